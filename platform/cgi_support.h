@@ -1,0 +1,25 @@
+// What the device offers to each of its CGI programs: signals, path tokens, authentication.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct tagINPUT;
+
+// Sets up the signal handling of the process. Called once, before anything else. Afterwards a write
+// to a closed pipe or socket must fail with an error and not end the process.
+void register_signal_handler();
+
+// Splits `path` at each '/' and appends the tokens to `*tokens`. Returns a status that becomes the
+// exit status of the process when the caller is then refused; 0 is success.
+int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens);
+
+// What authentication knows about the caller. The rule endpoint reads nothing from it.
+struct t_vistra_auth_info {
+    char user_name[64];  // zero-terminated; empty until the caller is authenticated
+};
+
+// Authenticates the caller of the request. `what` names the permission asked for; the rule endpoint
+// always passes 11. Returns 0 when the caller may proceed, and then fills `*info`; any other value
+// is a refusal.
+int cgi_check_user_authentication_v3(tagINPUT* input, t_vistra_auth_info* info, unsigned int what);

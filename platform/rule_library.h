@@ -1,0 +1,15 @@
+// The rule library: every rule on the recorder as one document.
+#pragma once
+
+struct json_object;
+
+// Builds the rule list document:
+//
+//   {"ruleList": [{"GUID": "...", "content": {"rule": {"CreationMethod": "quick", ...}},
+//                  "event": [{"content": {"event_profile": {"EventID": "536936448",
+//                                                           "SourceIds": {"id0": "..."}}}}]}]}
+//
+// where each `content` follows the elements of the stored XML document. Returns 0 and stores a new
+// json-c object in `*out`, which the caller releases with `json_object_put`; -2 when the caller of
+// the request is not authorised; any other value on failure. `*out` is untouched on failure.
+int get_all_rules(json_object** out);

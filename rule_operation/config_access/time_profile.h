@@ -1,0 +1,21 @@
+// The time profile of a rule, settled against the recorder's schedules.
+#pragma once
+
+#include <string>
+
+// What `time_profile_factory` is to do.
+constexpr int FIND_ALL_DAY_PROFILE = 1;
+constexpr int CHECK_NAMED_PROFILE = 2;
+
+// FIND_ALL_DAY_PROFILE: stores the GUID of the first schedule named "_ALL_DAY_" in
+// `timeprofileGUID`; a recorder that has none is no failure, and the GUID is then left as it was.
+// CHECK_NAMED_PROFILE: checks that a schedule has exactly the GUID `timeprofileGUID`.
+//
+// Returns 0, or, with `timeprofileGUID` unchanged:
+//
+//   -101  the configuration service could not be asked
+//   -102  its reply is not JSON, no object, or has no readable error code
+//   -103  it reported an error
+//   -104  no schedule has the GUID
+//   -105  `func_type` is neither of the two; noticed only after the schedules were read
+int time_profile_factory(int func_type, std::string& timeprofileGUID);

@@ -1,0 +1,23 @@
+#include "rule_operation/documents/content_document.h"
+
+#include "platform/device_utility.h"
+
+namespace documents
+{
+
+std::string element(const char* name, const std::string& value)
+{
+    std::string text = "<";
+    text.append(name).append(">").append(value).append("</").append(name).append(">");
+    return text;
+}
+
+std::string encode_document(const char* root, const std::string& elements)
+{
+    const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + element(root, elements);
+    std::string encoded;
+    b64_encode_v2(reinterpret_cast<const unsigned char*>(xml.data()), xml.size(), encoded);
+    return encoded;
+}
+
+}  // namespace documents

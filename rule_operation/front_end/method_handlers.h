@@ -1,0 +1,23 @@
+// The handlers of the HTTP methods. POST and DELETE have folders of their own.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rule_operation/front_end/cgi_request.h"
+#include "rule_operation/front_end/response.h"
+
+struct tagINPUT;
+
+// Stores the rule list document in `*result`, owned by the caller. Returns the rule library's
+// status: 0, -2 when not authorised, any other value on failure; `*result` is then untouched.
+int get_method_fun(std::vector<std::string>* tokens, json_object** result, tagINPUT* input);
+
+// Changes nothing: stores null in `*result` and returns 0.
+int put_method_fun(std::vector<std::string>* tokens, json_object** result, char* data,
+                   tagINPUT* input);
+
+// Hands the request to the handler of its method and makes the response of what comes back.
+// `status` receives the handler's result, or -3 for a missing or unknown method.
+Response dispatch(CgiRequest& request, std::vector<std::string>& tokens, tagINPUT* input,
+                  int& status);

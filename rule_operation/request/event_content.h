@@ -1,0 +1,29 @@
+// The model of one quick-rule request: which event, watched by which camera.
+#pragma once
+
+#include <vector>
+
+// One camera of the request.
+class TCameraContent
+{
+ public:
+    TCameraContent(int channel, int alarm) : chIdx(channel), alarmIdx(alarm) {}
+    TCameraContent(const TCameraContent&) = default;
+    TCameraContent& operator=(const TCameraContent&) = default;
+    virtual ~TCameraContent() = default;
+
+    int chIdx;     // channel of the camera, as the client gave it
+    int alarmIdx;  // alarm index on that camera; -1 for every event but the alarm event
+};
+
+class TEventContent
+{
+ public:
+    TEventContent() = default;
+    TEventContent(const TEventContent&) = default;
+    TEventContent& operator=(const TEventContent&) = default;
+    virtual ~TEventContent() = default;
+
+    int eventID = -1;
+    std::vector<TCameraContent> camera;
+};
