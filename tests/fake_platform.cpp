@@ -80,7 +80,7 @@ tagINPUT* CGI_Get_Input_URL()
     if (!fake_platform().has_input) {
         return nullptr;
     }
-    tagINPUT* const input = new tagINPUT;
+    auto* const input = new tagINPUT;
     for (const auto& [name, value] : fake_platform().parameters) {
         input->parameters.push_back({name.c_str(), value.c_str()});
     }

@@ -12,16 +12,18 @@ check() {
     report "$1" answer_is "$6" "$7"
 }
 
-# check_list TITLE EXPECTED: compares the list of rules, one line for each: name, way of creation,
-# time profile, event, source of the event, actions and their targets.
+# check_list TITLE RULE...: compares the list of rules; a RULE is its name, way of creation, time
+# profile, event and source of the event, and actions and their targets.
 check_list() {
+    local title=$1
+    shift
     send_request "$admin" GET '' ''
     jq --raw-output '.ruleList[] | [.name,
         (.content.rule | .CreationMethod, .TimeProfile),
         (.event[].content.event_profile | .EventID, .SourceIds.id0),
         (.action[].content.action_profile | .ActionName, (.. | .id0? // empty))] | join(" ")' \
         "$scratch/answer_body" >"$scratch/list"
-    report "$1" diff <(printf '%s' "$2") "$scratch/list"
+    report "$title" diff <(printf '%s\n' "$@") "$scratch/list"
 }
 
 # report TITLE COMMAND...: the outcome of one case.
@@ -51,8 +53,10 @@ schedule() {
         jq --raw-output --arg name "$1" '.content[] | select(.name == $name) | .GUID'
 }
 
-no_finding_in_logs() {
-    ! grep -E 'Sanitizer|runtime error' "$state"/*.log
+# A sanitizer's finding would be there, for one.
+nothing_on_standard_error() {
+    diff <(echo "configuration service listening on 127.0.0.1:$service_port") \
+        <(cat "$state/config_service.log" "$state/rule_errors.log")
 }
 
 bin=$(realpath "${1:?the directory of the programs is missing}")
@@ -68,6 +72,8 @@ added=$(answer 0 'Add Rule successful')
 deleted=$(answer 0 'Delete Rule successful')
 unknown=FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF
 night=$(schedule Night)
+camera=CA3E7A000000000000000000C0DE
+no_rules='{ "ruleList": [ ] }'
 
 check 'no credentials' '' GET '' '' '401 Unauthorized' "$refused"
 check 'wrong password' admin:wrong GET '' '' '401 Unauthorized' "$refused"
@@ -75,7 +81,7 @@ check 'unknown user' "nobody:$recorder_password" PATCH '' '' '401 Unauthorized' 
 check 'put' "$admin" PUT '' '' '200 OK' null
 check 'path info' "$admin" PUT /some/path '' '200 OK' null
 check 'unknown method' "$admin" PATCH '' '' '200 OK' "$(answer -3 'http method invalid')"
-check_list 'no rules at first' ''
+check 'no rules at first' "$admin" GET '' '' '200 OK' "$no_rules"
 check 'rule with a recording' "$admin" POST "$add" "$(quick_rule 536936448 3 "$recording")" \
     '200 OK' "$added"
 check 'the same again' "$admin" POST "$add" "$(quick_rule 536936448 3)" '400 Bad Request' \
@@ -83,6 +89,9 @@ check 'the same again' "$admin" POST "$add" "$(quick_rule 536936448 3)" '400 Bad
 check 'rule without an action' "$admin" POST "$add" \
     "$(quick_rule 537264129 191 ", \"timeprofileGUID\": \"$night\", \"ruleName\": \"dark\"")" \
     '200 OK' "$added"
+check_list 'both rules in the list' \
+    "clientRule quick $(schedule _ALL_DAY_) 536936448 ${camera}0003 RecordControl ${camera}0005" \
+    "dark quick $night 537264129 ${camera}0191"
 check 'unknown time profile' "$admin" POST "$add" \
     "$(quick_rule 537264129 4 ", \"timeprofileGUID\": \"$unknown\"")" '400 Bad Request' \
     "$(answer -104 "Error check time profile [$unknown] fail ret=-104")"
@@ -100,11 +109,11 @@ send_request "$admin" GET '' ''
 mapfile -t guids < <(jq --raw-output '.ruleList[].GUID' "$scratch/answer_body")
 check 'deletion, one of the rules unknown' "$admin" DELETE '' \
     "{\"ruleGUID\": [\"${guids[0]}\", \"$unknown\", \"${guids[1]}\"]}" '200 OK' "$deleted"
-check 'no rules at the end' "$admin" GET '' '' '200 OK' '{ "ruleList": [ ] }'
+check 'no rules at the end' "$admin" GET '' '' '200 OK' "$no_rules"
 stop_process "$service_pid"
 check 'configuration service stopped' "$admin" POST "$add" "$(quick_rule 536936448 3)" \
     '400 Bad Request' "$(answer -101 'Internal error get time profile guid fail ret=-101')"
 stop_recorder
-report 'no sanitizer finding' no_finding_in_logs
+report 'nothing on standard error' nothing_on_standard_error
 
 [[ $failures == 0 ]]

@@ -14,7 +14,7 @@ std::string element(const char* name, const std::string& value)
 
 std::string encode_document(const char* root, const std::string& elements)
 {
-    const std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + element(root, elements);
+    const std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?>)" + element(root, elements);
     std::string encoded;
     b64_encode_v2(reinterpret_cast<const unsigned char*>(xml.data()), xml.size(), encoded);
     return encoded;
