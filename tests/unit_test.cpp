@@ -110,6 +110,7 @@ TEST_F(UnitTest, TimeProfileIsSettledAgainstTheSchedules)
         {2, "C", {0, two}, 0, "C"},
         {2, "c", {0, two}, -104, "c"},
         {2, "", {0, "{}"}, -104, ""},
+        {2, "", {0, R"({"content":[5]})"}, -104, ""},
         {3, "x", {0, two}, -105, "x"},
         {3, "x", {1L << 32, two}, -101, "x"},
         {1, "x", {0, two.substr(1)}, -102, "x"},

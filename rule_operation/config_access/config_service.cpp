@@ -14,21 +14,18 @@ namespace config_service
 
 long get(const char* path, query_object& query, std::string& reply)
 {
-    reply.clear();
     return rova_GET_request(HOST, PORT, path, &query, reply, TIMEOUT_SECONDS, false, false, 0,
                             nullptr);
 }
 
 long post(const char* path, const std::string& body, std::string& reply)
 {
-    reply.clear();
     return rova_POST_request(HOST, PORT, path, body, reply, TIMEOUT_SECONDS, false, false, 0,
                              nullptr);
 }
 
 long remove(const char* path, query_object& query, std::string& reply)
 {
-    reply.clear();
     return rova_DELETE_request(HOST, PORT, path, &query, reply, TIMEOUT_SECONDS, false, false, 0,
                                nullptr);
 }

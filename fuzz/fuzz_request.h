@@ -1,0 +1,39 @@
+// Runs one request through the program's own `main`, in this process, and checks what every request
+// must hold to.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The entry of each fuzz program.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+// The parts of an input between lines that hold just "--"; empty parts where it has fewer than
+// `count`, and the last one takes the rest.
+std::vector<std::string> split_input(const uint8_t* data, size_t size, size_t count);
+
+struct FuzzRequest {
+    const char* method;
+    std::string path_info;
+    std::string content_length;  // as the environment has it
+    std::string body;
+};
+
+struct FuzzOutcome {
+    std::string status;  // "200 OK"
+    bool has_envelope = false;
+    int code = 0;  // of the envelope
+};
+
+// Ends the process with a message when the request was not answered with exactly one well-formed
+// response, its envelope is not as documented, or more than one POST was sent or anything after it.
+FuzzOutcome run_fuzz_request(const FuzzRequest& request);
+
+// The same for a body with its own length.
+FuzzOutcome run_fuzz_body(const char* method, const std::string& body);
+
+// Ends the process with a message unless `holds`.
+void require(bool holds, const char* what);

@@ -1,0 +1,16 @@
+// A request and its reply, free of the transport.
+#pragma once
+
+#include <string>
+
+struct HttpRequest {
+    std::string method;
+    std::string target;  // path and query as sent, still encoded
+    std::string body;
+};
+
+struct HttpReply {
+    int status = 200;
+    std::string body;   // JSON
+    std::string allow;  // with status 405: the methods of the path
+};

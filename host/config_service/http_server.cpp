@@ -1,0 +1,71 @@
+#include "host/config_service/http_server.h"
+
+#include <boost/asio/signal_set.hpp>
+#include <chrono>
+#include <csignal>
+#include <utility>
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+
+namespace
+{
+
+constexpr int MAX_SESSIONS = 64;
+constexpr std::chrono::milliseconds ACCEPT_PAUSE{100};
+
+}  // namespace
+
+HttpServer::HttpServer(uint16_t port, RequestHandler handler)
+    : acceptor_(context_, tcp::endpoint(asio::ip::address_v4::loopback(), port)),
+      pause_(context_),
+      handler_(std::move(handler))
+{
+}
+
+uint16_t HttpServer::port() const
+{
+    return acceptor_.local_endpoint().port();
+}
+
+void HttpServer::run()
+{
+    asio::signal_set signals(context_, SIGTERM, SIGINT);
+    signals.async_wait([this](const boost::system::error_code&, int) { context_.stop(); });
+    accept();
+    context_.run();
+}
+
+void HttpServer::accept()
+{
+    acceptor_.async_accept([this](const boost::system::error_code& error, tcp::socket socket) {
+        if (error) {
+            accept_later();
+            return;
+        }
+        start_session(std::move(socket));
+        if (sessions_ < MAX_SESSIONS) {
+            accept();
+        }
+    });
+}
+
+// After a failure that would repeat at once, as for lack of descriptors.
+void HttpServer::accept_later()
+{
+    pause_.expires_after(ACCEPT_PAUSE);
+    pause_.async_wait([this](const boost::system::error_code&) { accept(); });
+}
+
+void HttpServer::start_session(tcp::socket socket)
+{
+    ++sessions_;
+    std::make_shared<HttpSession>(std::move(socket), handler_, [this] { end_session(); })->read();
+}
+
+void HttpServer::end_session()
+{
+    if (sessions_-- == MAX_SESSIONS) {
+        accept();
+    }
+}

@@ -1,0 +1,34 @@
+// The transport: HTTP on the loopback interface.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cstdint>
+
+#include "host/config_service/http_session.h"
+
+// Serves several clients at once, in one thread. Clients beyond the 64th wait for a connection.
+class HttpServer
+{
+ public:
+    // Listens on `port` of 127.0.0.1, on any free port with 0. Throws boost::system::system_error.
+    HttpServer(uint16_t port, RequestHandler handler);
+
+    uint16_t port() const;
+
+    // Serves until SIGTERM or SIGINT.
+    void run();
+
+ private:
+    void accept();
+    void accept_later();
+    void start_session(boost::asio::ip::tcp::socket socket);
+    void end_session();
+
+    boost::asio::io_context context_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    boost::asio::steady_timer pause_;
+    RequestHandler handler_;
+    int sessions_ = 0;
+};

@@ -1,0 +1,11 @@
+// The document that creates several nodes at once.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "host/config_service/node.h"
+
+// Reads the calls of a document, in their order, and checks each as far as it can be checked
+// without what is stored. Throws Refusal.
+std::vector<NewNode> read_multicall(std::string_view document);

@@ -1,0 +1,40 @@
+// What the service keeps: rules, their profiles, and schedules.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Whether `text` is 32 hexadecimal digits of either case.
+bool is_guid(std::string_view text);
+
+enum class NodeType { rule = 0, event_profile = 3, action_profile = 4 };
+
+struct Node {
+    std::string name;
+    std::string description;
+    std::string guid;
+    NodeType type = NodeType::rule;
+    bool active = true;
+    std::string content;              // an XML document in base64
+    std::optional<int32_t> event_id;  // of an event profile
+};
+
+// What a node's content names by GUID; only a rule's names anything.
+struct References {
+    std::vector<std::string> event_profiles;
+    std::vector<std::string> action_profiles;
+    std::string schedule;  // may be empty
+};
+
+struct NewNode {
+    Node node;
+    References references;
+};
+
+struct Schedule {
+    std::string name;
+    std::string guid;
+};

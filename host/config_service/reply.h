@@ -1,0 +1,17 @@
+// The envelope that every reply carries.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "host/config_service/http_message.h"
+#include "host/config_service/refusal.h"
+
+// Success without content.
+HttpReply success_reply();
+
+// Success; `content` is the JSON text of an array.
+HttpReply content_reply(std::string_view content);
+
+// A refusal under HTTP status `status`.
+HttpReply error_reply(int status, ErrorCode code, const std::string& text);

@@ -1,0 +1,15 @@
+// What the service does for each request.
+#pragma once
+
+#include "host/config_service/http_message.h"
+#include "host/config_service/store.h"
+
+// The reply to a request:
+//
+//   GET    /cfg/Schedule      all schedules
+//   GET    /cfg/Rule          all rules and profiles
+//   DELETE /cfg/Rule?GUID=... deletes a rule
+//   POST   /cfg/multicalls    creates rules and profiles
+//
+// A refusal, a failure of the database included, is a reply too.
+HttpReply serve(Store& store, const HttpRequest& request);

@@ -1,0 +1,42 @@
+// The rules, profiles and schedules in their database.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/config_service/database.h"
+#include "host/config_service/node.h"
+
+// GUIDs are compared without regard to case. Every operation throws Refusal with
+// ErrorCode::database_failure when the database fails, and then has changed nothing. What an
+// operation has changed when it returns outlasts the process and the machine's power.
+class Store
+{
+ public:
+    // Opens the database, and sets up a new one with a few schedules.
+    explicit Store(const std::string& file);
+
+    std::vector<Schedule> schedules();
+
+    // Visits all nodes in the order of their creation.
+    void visit_nodes(const std::function<void(const Node&)>& visit);
+
+    // Adds all nodes or none; each may name those before it. Throws Refusal, naming the node's
+    // index as the call's, with guid_in_use or unknown_reference.
+    void add_nodes(const std::vector<NewNode>& nodes);
+
+    // Deletes a rule and the profiles that no other rule names. Throws Refusal with no_such_rule
+    // when the GUID is not a rule's.
+    void delete_rule(const std::string& guid);
+
+ private:
+    void set_up();
+    void add_node(size_t call, const NewNode& added);
+    void check_unused(size_t call, const std::string& guid);
+    void check_schedule(size_t call, const std::string& guid);
+    int64_t insert(const Node& node);
+    void refer(size_t call, int64_t rule, const std::string& profile, NodeType type);
+
+    Database database_;
+};

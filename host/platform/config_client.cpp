@@ -1,0 +1,259 @@
+#include "platform/config_client.h"
+
+#include <uriparser/Uri.h>
+
+#include <algorithm>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/platform/result_codes.h"
+#include "platform/rule_log.h"
+
+namespace
+{
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using asio::ip::tcp;
+using boost::system::error_code;
+using Request = http::request<http::string_body>;
+using ReplyParser = http::response_parser<http::string_body>;
+
+constexpr std::uint64_t BODY_LIMIT = 64ULL * 1024 * 1024;
+constexpr std::uint32_t HEADER_LIMIT = 16 * 1024;
+constexpr long LONGEST_TIMEOUT = 24L * 60 * 60;
+
+// A connection whose operations together take no longer than its time limit. An operation that does
+// not end in time ends with `timed_out`.
+class Connection
+{
+ public:
+    explicit Connection(std::chrono::seconds limit)
+        : deadline_(std::chrono::steady_clock::now() + limit)
+    {
+    }
+
+    error_code connect(const tcp::endpoint& service)
+    {
+        return finish([&](auto handler) { socket_.async_connect(service, handler); });
+    }
+
+    error_code write(const Request& request)
+    {
+        return finish([&](auto handler) { http::async_write(socket_, request, handler); });
+    }
+
+    error_code read_header(ReplyParser& parser)
+    {
+        return finish(
+            [&](auto handler) { http::async_read_header(socket_, buffer_, parser, handler); });
+    }
+
+    error_code read_body(ReplyParser& parser)
+    {
+        return finish([&](auto handler) { http::async_read(socket_, buffer_, parser, handler); });
+    }
+
+ private:
+    template <class Start>
+    error_code finish(Start start)
+    {
+        std::optional<error_code> outcome;
+        start([&outcome](const error_code& error, auto...) { outcome = error; });
+        io_.restart();
+        io_.run_until(deadline_);
+        if (!outcome) {
+            error_code ignored;
+            socket_.close(ignored);
+            io_.run();
+            return asio::error::timed_out;
+        }
+        return *outcome;
+    }
+
+    std::chrono::steady_clock::time_point deadline_;
+    asio::io_context io_{1};
+    tcp::socket socket_{io_};
+    boost::beast::flat_buffer buffer_;
+};
+
+// Percent-encodes every byte that RFC 3986 does not call unreserved.
+std::string encode(const std::string& text)
+{
+    constexpr size_t LONGEST_ESCAPE = 3;
+    std::vector<char> escaped(text.size() * LONGEST_ESCAPE + 1);
+    std::string encoded;
+    for (size_t first = 0; first <= text.size();) {
+        // The library's function stops at a zero byte.
+        const size_t last = std::min(text.find('\0', first), text.size());
+        uriEscapeExA(text.data() + first, text.data() + last, escaped.data(), URI_FALSE, URI_FALSE);
+        encoded += escaped.data();
+        if (last < text.size()) {
+            encoded += "%00";
+        }
+        first = last + 1;
+    }
+    return encoded;
+}
+
+// Whether `path` can stand in a request line as it is, with a query behind it.
+bool usable_path(const char* path)
+{
+    if (path == nullptr || *path != '/') {
+        return false;
+    }
+    const std::string text = path;
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return c > ' ' && c < '\x7f' && c != '?' && c != '#'; });
+}
+
+std::string request_target(const char* path, const query_object* query)
+{
+    std::string target = path;
+    if (query != nullptr) {
+        char separator = '?';
+        for (const auto& [name, value] : query->params) {
+            target += separator + encode(name) + '=' + encode(value);
+            separator = '&';
+        }
+    }
+    return target;
+}
+
+Request make_request(http::verb method, const tcp::endpoint& service, const std::string& target,
+                     std::string body)
+{
+    constexpr unsigned HTTP_1_1 = 11;
+    const std::string address = service.address().to_string();
+    Request request(method, target, HTTP_1_1);
+    request.set(http::field::host, (service.address().is_v6() ? '[' + address + ']' : address) +
+                                       ':' + std::to_string(service.port()));
+    request.set(http::field::connection, "close");
+    if (method == http::verb::post) {
+        request.set(http::field::content_type, "application/json");
+    }
+    request.body() = std::move(body);
+    request.prepare_payload();
+    return request;
+}
+
+struct Failure {
+    int code;  // 0: none
+    std::string reason;
+};
+
+// The failure that `error` of a read or write stands for.
+Failure exchange_failure(const error_code& error)
+{
+    if (error == asio::error::timed_out) {
+        return {host::TIME_LIMIT_REACHED, "the time limit was reached"};
+    }
+    if (error == http::error::body_limit || error == http::error::header_limit) {
+        return {host::REPLY_TOO_LARGE, "the reply is too large"};
+    }
+    return {host::EXCHANGE_BROKEN, error.message()};
+}
+
+// Reads the reply. The header is read on its own: in one step with the body the parser can lose the
+// error of an announced length over the limit.
+Failure read_reply(Connection& connection, std::string& reply)
+{
+    ReplyParser parser;
+    parser.body_limit(BODY_LIMIT);
+    parser.header_limit(HEADER_LIMIT);
+    if (const auto error = connection.read_header(parser)) {
+        return exchange_failure(error);
+    }
+    const int status = static_cast<int>(parser.get().result_int());
+    if (status < 100) {
+        return {host::EXCHANGE_BROKEN, "the status of the reply is not valid"};
+    }
+    if (parser.get().result() != http::status::ok) {
+        return {-status, "the service answered with status " + std::to_string(status)};
+    }
+    if (const auto error = connection.read_body(parser)) {
+        return exchange_failure(error);
+    }
+    reply = std::move(parser.get().body());
+    return {0, ""};
+}
+
+Failure exchange(const tcp::endpoint& service, const Request& request, std::chrono::seconds limit,
+                 std::string& reply)
+{
+    Connection connection(limit);
+    if (const auto error = connection.connect(service)) {
+        return error == asio::error::timed_out ? exchange_failure(error)
+                                               : Failure{host::CANNOT_CONNECT, error.message()};
+    }
+    if (const auto error = connection.write(request)) {
+        return exchange_failure(error);
+    }
+    return read_reply(connection, reply);
+}
+
+Failure checked_exchange(http::verb method, const char* host, int port, const std::string& target,
+                         std::string body, std::string& reply, long timeout)
+{
+    error_code error;
+    const auto address = asio::ip::make_address(host != nullptr ? host : "", error);
+    if (error || port <= 0 || port > UINT16_MAX || target.empty() || timeout <= 0) {
+        return {host::BAD_ARGUMENT, "an argument of the call is not valid"};
+    }
+    const tcp::endpoint service(address, static_cast<std::uint16_t>(port));
+    const Request request = make_request(method, service, target, std::move(body));
+    const std::chrono::seconds limit(std::min(timeout, LONGEST_TIMEOUT));
+    return exchange(service, request, limit, reply);
+}
+
+// The one way of all calls. Logs each failure.
+long call_service(http::verb method, const char* host, int port, const char* path,
+                  const query_object* query, std::string body, std::string& reply, long timeout)
+{
+    reply.clear();
+    try {
+        const std::string target = usable_path(path) ? request_target(path, query) : "";
+        const Failure failure =
+            checked_exchange(method, host, port, target, std::move(body), reply, timeout);
+        if (failure.code != 0) {
+            rule_log("Configuration service: %s %s:%d%s: %s", http::to_string(method).data(),
+                     host != nullptr ? host : "", port, target.c_str(), failure.reason.c_str());
+        }
+        return failure.code;
+    } catch (const std::exception& exception) {
+        rule_log("Configuration service: %s", exception.what());
+        return host::EXCHANGE_BROKEN;
+    }
+}
+
+}  // namespace
+
+long rova_GET_request(const char* host, int port, const char* path, query_object* query,
+                      std::string& reply, long timeout, bool /*unused*/, bool /*unused*/,
+                      int /*unused*/, char** /*unused*/)
+{
+    return call_service(http::verb::get, host, port, path, query, "", reply, timeout);
+}
+
+long rova_POST_request(const char* host, int port, const char* path, std::string body,
+                       std::string& reply, long timeout, bool /*unused*/, bool /*unused*/,
+                       int /*unused*/, char** /*unused*/)
+{
+    return call_service(http::verb::post, host, port, path, nullptr, std::move(body), reply,
+                        timeout);
+}
+
+long rova_DELETE_request(const char* host, int port, const char* path, query_object* query,
+                         std::string& reply, long timeout, bool /*unused*/, bool /*unused*/,
+                         int /*unused*/, char** /*unused*/)
+{
+    return call_service(http::verb::delete_, host, port, path, query, "", reply, timeout);
+}

@@ -1,0 +1,29 @@
+// The results of failed platform calls, by producer. None is -2, which means "not authorised". None
+// of those named here is a multiple of 256: as an exit status that would be 0.
+#pragma once
+
+namespace host
+{
+
+// Calls to the configuration service. A reply with a status other than 200 gives that status
+// negated, -100 to -999.
+constexpr int CANNOT_CONNECT = -1001;
+constexpr int TIME_LIMIT_REACHED = -1002;
+constexpr int EXCHANGE_BROKEN = -1003;  // the connection broke, or the reply is not HTTP
+constexpr int REPLY_TOO_LARGE = -1004;
+constexpr int BAD_ARGUMENT = -1005;
+
+// The camera configuration cache.
+constexpr int NO_RECORDER_DIRECTORY = -1101;
+constexpr int CANNOT_OPEN_CACHE = -1102;
+constexpr int WRONG_CACHE_SIZE = -1103;
+constexpr int CANNOT_READ_CACHE = -1104;  // a read failed, or the file shrank meanwhile
+
+// The rule library.
+constexpr int RULES_NOT_FETCHED = -1201;
+constexpr int RULES_NOT_READABLE = -1202;
+constexpr int RULES_REFUSED = -1203;  // the service answered with an error code
+constexpr int RULE_LIST_TOO_LARGE = -1204;
+constexpr int RULE_LIST_NOT_BUILT = -1205;  // out of memory
+
+}  // namespace host

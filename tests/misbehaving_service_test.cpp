@@ -1,0 +1,164 @@
+// The host's client and the program's reading of replies, against a service that misbehaves over a
+// real socket.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "host/platform/result_codes.h"
+#include "platform/config_client.h"
+#include "rule_operation/config_access/config_service.h"
+#include "tests/scripted_server.h"
+
+namespace
+{
+
+using std::chrono::steady_clock;
+
+constexpr long TIME_LIMIT_SECONDS = 1;
+
+struct Exchange {
+    long result;
+    std::string reply;
+    double seconds;
+};
+
+Exchange ask(int port)
+{
+    query_object query;
+    Exchange exchange{};
+    const auto start = steady_clock::now();
+    exchange.result = rova_GET_request("127.0.0.1", port, "/cfg/Schedule", &query, exchange.reply,
+                                       TIME_LIMIT_SECONDS, false, false, 0, nullptr);
+    exchange.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
+    return exchange;
+}
+
+TEST(MisbehavingServiceTest, EveryExchangeEndsInTimeWithItsOwnResult)
+{
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string envelope = R"({"err_code":0})";
+    const std::string length_14 = "Content-Length: 14\r\n\r\n";
+    struct Row {
+        const char* name;
+        std::vector<ServerStep> steps;
+        ServerEnd end;
+        long result;
+        bool read_request = true;
+    };
+    const std::vector<Row> rows = {
+        {"well behaved", {{ok + length_14 + envelope}}, ServerEnd::close, 0},
+        {"keeps the connection", {{ok + length_14 + envelope}}, ServerEnd::hold, 0},
+        {"no length", {{ok + "\r\n" + envelope}}, ServerEnd::close, 0},
+        {"chunked",
+         {{ok + "Transfer-Encoding: chunked\r\n\r\n6\r\n{\"err_\r\n"},
+          {"8\r\ncode\":0}\r\n0\r\n\r\n"}},
+         ServerEnd::close,
+         0},
+        {"100 Continue first",
+         {{"HTTP/1.1 100 Continue\r\n\r\n" + ok + length_14 + envelope}},
+         ServerEnd::close,
+         -100},
+        {"never answers", {}, ServerEnd::hold, host::TIME_LIMIT_REACHED},
+        {"never reads", {}, ServerEnd::hold, host::TIME_LIMIT_REACHED, false},
+        {"a byte now and then",
+         {{ok}, {"x", 100, 100}},
+         ServerEnd::close,
+         host::TIME_LIMIT_REACHED},
+        {"body a byte now and then",
+         {{ok + "\r\n"}, {" ", 100, 100}},
+         ServerEnd::close,
+         host::TIME_LIMIT_REACHED},
+        {"reset", {}, ServerEnd::reset, host::EXCHANGE_BROKEN},
+        {"closed at once", {}, ServerEnd::close, host::EXCHANGE_BROKEN},
+        {"closed in the head",
+         {{"HTTP/1.1 200 OK\r\nConte"}},
+         ServerEnd::close,
+         host::EXCHANGE_BROKEN},
+        {"closed in the body",
+         {{ok + "Content-Length: 15\r\n\r\n" + envelope}},
+         ServerEnd::close,
+         host::EXCHANGE_BROKEN},
+        {"closed in a chunk",
+         {{ok + "Transfer-Encoding: chunked\r\n\r\nff\r\n" + envelope}},
+         ServerEnd::close,
+         host::EXCHANGE_BROKEN},
+        {"length no number",
+         {{ok + "Content-Length: x\r\n\r\n" + envelope}},
+         ServerEnd::close,
+         host::EXCHANGE_BROKEN},
+        {"two lengths",
+         {{ok + "Content-Length: 1\r\n" + length_14 + envelope}},
+         ServerEnd::close,
+         host::EXCHANGE_BROKEN},
+        {"not HTTP", {{"SSH-2.0-x\r\n\r\n"}}, ServerEnd::close, host::EXCHANGE_BROKEN},
+        {"500 with an envelope",
+         {{"HTTP/1.1 500 Oops\r\n" + length_14 + envelope}},
+         ServerEnd::close,
+         -500},
+        {"redirect",
+         {{"HTTP/1.1 302 Found\r\nLocation: /\r\n" + length_14 + envelope}},
+         ServerEnd::close,
+         -302},
+        {"endless head",
+         {{ok}, {"X: " + std::string(1000, 'x') + "\r\n", 20}},
+         ServerEnd::hold,
+         host::REPLY_TOO_LARGE},
+        {"100 MB announced",
+         {{ok + "Content-Length: 100000000\r\n\r\n"}},
+         ServerEnd::hold,
+         host::REPLY_TOO_LARGE},
+        {"100 MB sent",
+         {{ok + "\r\n"}, {std::string(1000000, ' '), 100}},
+         ServerEnd::close,
+         host::REPLY_TOO_LARGE},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer server(row.steps, row.end, row.read_request);
+        const Exchange exchange = ask(server.port());
+        EXPECT_EQ(exchange.result, row.result);
+        EXPECT_EQ(exchange.reply, row.result == 0 ? envelope : "");
+        EXPECT_LT(exchange.seconds, TIME_LIMIT_SECONDS + 0.9);
+    }
+}
+
+TEST(MisbehavingServiceTest, NoListenerIsSeenAtOnceAndAFullBacklogInTime)
+{
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* const name = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(bind(listener, name, length), 0);
+    ASSERT_EQ(getsockname(listener, name, &length), 0);
+    const int port = ntohs(address.sin_port);
+    EXPECT_EQ(ask(port).result, host::CANNOT_CONNECT);
+
+    ASSERT_EQ(listen(listener, 0), 0);
+    const int waiting = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(connect(waiting, name, length), 0);
+    const Exchange exchange = ask(port);
+    EXPECT_EQ(exchange.result, host::TIME_LIMIT_REACHED);
+    EXPECT_LT(exchange.seconds, TIME_LIMIT_SECONDS + 0.9);
+    close(waiting);
+    close(listener);
+}
+
+TEST(MisbehavingServiceTest, RepliesThatAreNoEnvelopeAreNone)
+{
+    const std::string deep(100000, '[');
+    for (const std::string& reply :
+         {std::string(), std::string("{"), std::string("[]"), std::string("{\"err_code\":{}}"),
+          deep, "{\"content\":" + deep + std::string(100000, ']') + "}"}) {
+        EXPECT_FALSE(config_service::read_reply(reply)) << reply.substr(0, 20);
+    }
+    const auto odd = config_service::read_reply("{\"err_code\":1,\"err_str\":\"\xff\xc3\"}");
+    ASSERT_TRUE(odd);
+    EXPECT_EQ(odd->err_str, "\xff\xc3");
+}
+
+}  // namespace
