@@ -27,10 +27,10 @@ quietly() {
 build() {
     "$project_dir/scripts/install-packages" "${@:2}"
     echo "building, preset $1"
-    cd "$project_dir"
+    pushd "$project_dir" >/dev/null || return
     quietly cmake --preset "$1"
     quietly cmake --build --preset "$1"
-    cd "$OLDPWD"
+    popd >/dev/null || return
 }
 
 # Makes a scratch directory and sets scratch to it. When this shell ends, by a signal too, the

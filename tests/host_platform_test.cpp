@@ -155,8 +155,9 @@ TEST_F(HostPlatformTest, CameraCacheMustHaveItsSize)
 {
     static st_cmsvr_conf_array array;
     std::string cache(sizeof array, '\0');
-    cache[191 * 3720] = 1;
-    cache.replace(191 * 3720 + 88, 4, "GUID");
+    const size_t last = 191UL * 3720;
+    cache[last] = 1;
+    cache.replace(last + 88, 4, "GUID");
     write_file("camera.cache", cache);
     EXPECT_EQ(get_cmsvr_conf_array(array), 0);
     EXPECT_EQ(array[191].camera_added, 1);
