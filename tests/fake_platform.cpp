@@ -80,11 +80,13 @@ tagINPUT* CGI_Get_Input_URL()
     if (!fake_platform().has_input) {
         return nullptr;
     }
-    auto* const input = new tagINPUT;
+    // Not the caller's to lose: without the camera table nothing is released.
+    static tagINPUT input;
+    input.parameters.clear();
     for (const auto& [name, value] : fake_platform().parameters) {
-        input->parameters.push_back({name.c_str(), value.c_str()});
+        input.parameters.push_back({name.c_str(), value.c_str()});
     }
-    return input;
+    return &input;
 }
 
 st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int reserved)
@@ -101,7 +103,6 @@ st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int res
 void CGI_Free_Input(tagINPUT* input)
 {
     record(input == nullptr ? "free null" : "free input");
-    delete input;
 }
 
 int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
