@@ -1,0 +1,47 @@
+"""Counts the instructions that fixed requests take inside main, and compares them with those that
+instructions.json records: instructions.py BENCH_BUILD --instructions | --record"""
+import json
+import os
+import re
+import subprocess
+import sys
+
+BENCH, MODE = sys.argv[1:]
+RECORD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "instructions.json")
+TOLERANCE = 0.03
+ADD = '{"rule":{"event":[{"eventID":536936448,"camera":[{"chIdx":3}]}],' \
+      '"action":[{"ActionName":"RecordControl","chIdx":[5]}]}}'
+REQUESTS = {
+    "put": ("PUT", "", 0),
+    "post refused": ("POST", "{}", 0),
+    "add rule": ("POST", ADD, 0),
+    "add rule beside 480 rules": ("POST", ADD, 480),
+    "delete three rules": ("DELETE", '{"ruleGUID":["A","B","C"]}', 0),
+}
+
+
+def count(method, body, rules):
+    env = {"REQUEST_METHOD": method, "CONTENT_LENGTH": str(len(body)),
+           "RULE_BENCH_RULES": str(rules), "PATH": os.environ["PATH"]}
+    output = subprocess.run(
+        ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
+         "--toggle-collect=main", f"{BENCH}/bin/rule_operation.cgi"],
+        env=env, input=body, capture_output=True, text=True, check=False).stderr
+    return int(re.search(r"Collected : (\d+)", output).group(1))
+
+
+counts = {name: count(*request) for name, request in REQUESTS.items()}
+if MODE == "--record":
+    with open(RECORD, "w", encoding="utf-8") as file:
+        json.dump(counts, file, indent=2)
+        file.write("\n")
+    sys.exit()
+with open(RECORD, encoding="utf-8") as file:
+    recorded = json.load(file)
+failed = False
+for name, value in counts.items():
+    change = value / recorded[name] - 1
+    verdict = "" if abs(change) <= TOLERANCE else "  MORE THAN 3 % OFF: see docs/performance.md"
+    failed = failed or verdict != ""
+    print(f"{name:<28} {value:>12,} instructions, {change:+.2%}{verdict}")
+sys.exit(failed)
