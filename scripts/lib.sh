@@ -60,6 +60,7 @@ prepare_recorder() {
     local state=$1 bin=$2 cameras=$1/cameras.txt
     umask 077
     mkdir -p "$state/www"
+    ln -sfn "$project_dir/build/reference" "$state/www/reference"
     [[ -e $cameras ]] || cp "$project_dir/host/camera_cache/cameras.txt" "$cameras"
     "$bin/camera_cache" "$cameras" "$state/camera.cache"
     [[ -e $state/password ]] || random_hex 12 >"$state/password"
@@ -145,7 +146,17 @@ send_request() {
     local login=()
     [[ -z $1 ]] || login=(--user "$1")
     recorder_curl --silent --show-error "${login[@]}" --request "$2" --data-binary "$4" \
-        --dump-header "$scratch/answer_head" --output "$scratch/answer_body" "$recorder_url$3"
+        --dump-header "$scratch/answer_head" --output "$scratch/answer_body" "$recorder_url$3" ||
+        return
+    [[ -z ${RULE_EXCHANGES:-} ]] || record_exchange "$2" "$4"
+}
+
+# record_exchange METHOD BODY: adds a request and its answer to the file RULE_EXCHANGES, as one line
+# of JSON.
+record_exchange() {
+    jq --null-input --compact-output --arg method "$1" --arg body "$2" \
+        --rawfile head "$scratch/answer_head" --rawfile answer "$scratch/answer_body" \
+        '{$method, $body, answer: ($head + $answer)}' >>"$RULE_EXCHANGES"
 }
 
 # Status line and content type of the last answer.
@@ -157,6 +168,11 @@ show_answer_head() {
 answer_is() {
     diff <(printf 'HTTP/1.1 %s\nContent-type: application/json\n%s\n\n' "$1" "$2") \
         <(show_answer_head; cat "$scratch/answer_body")
+}
+
+# Whether the web server has no program running.
+no_program_runs() {
+    [[ -z $(<"/proc/$web_pid/task/$web_pid/children") ]]
 }
 
 stop_recorder() {

@@ -1,11 +1,14 @@
 #include "tests/request_runner.h"
 
 #include <fcntl.h>
+#include <json/value.h>
+#include <json/writer.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 
 #include "tests/fake_platform.h"
@@ -106,6 +109,22 @@ void sort_record(const std::string& record, Outcome& outcome)
     }
 }
 
+// Adds the exchange to the file that RULE_EXCHANGES names, if any, as one line of JSON.
+void record_exchange(const Request& request, const std::string& response)
+{
+    const char* const path = std::getenv("RULE_EXCHANGES");
+    if (path == nullptr) {
+        return;
+    }
+    Json::Value exchange;
+    exchange["method"] = request.method ? Json::Value(*request.method) : Json::Value();
+    exchange["body"] = request.body;
+    exchange["answer"] = response;
+    Json::StreamWriterBuilder one_line;
+    one_line["indentation"] = "";
+    std::ofstream(path, std::ios::app) << Json::writeString(one_line, exchange) << '\n';
+}
+
 }  // namespace
 
 Outcome run_request(const Request& request)
@@ -129,6 +148,7 @@ Outcome run_request(const Request& request)
         Pipe::close_end(input.write_end);
     }
     outcome.response = read_all(output.read_end);
+    record_exchange(request, outcome.response);
     sort_record(read_all(record.read_end), outcome);
     int state = 0;
     waitpid(child, &state, 0);

@@ -1,7 +1,8 @@
-// The table of refusals in the README, the code, and the cases of the tests say the same.
+// The tables in docs/api.md, the code, and the cases of the tests say the same.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "rule_operation/documents/event_profile.h"
 #include "tests/request_cases.h"
 
 namespace
@@ -45,6 +47,11 @@ void for_each_match(const std::string& text, const char* pattern, Visit visit)
     }
 }
 
+std::string api_document()
+{
+    return read_file(fs::path(SOURCE_DIR) / "docs/api.md");
+}
+
 std::string code_of(const std::string& text)
 {
     return std::regex_match(text, std::regex("-[0-9]+")) ? text : HANDED_ON;
@@ -54,7 +61,7 @@ std::set<Refusal> documented_refusals()
 {
     std::set<Refusal> refusals;
     const char* const row = R"(\n\| ([^|]+) \| ([^|]+) \| ([^|]+) \| [^|]+ \| [^|]+ \|(?=\n))";
-    for_each_match(read_file(fs::path(SOURCE_DIR) / "README.md"), row, [&](const auto& match) {
+    for_each_match(api_document(), row, [&](const auto& match) {
         refusals.insert({code_of(match[1]), match[3]});
     });
     refusals.erase({HANDED_ON, "text"});  // the head of the table
@@ -94,7 +101,7 @@ std::regex response_pattern(const std::string& text)
     return std::regex(std::regex_replace(pattern, std::regex("%s"), ".*"));
 }
 
-TEST(ReadmeTest, TableOfRefusalsIsTheCode)
+TEST(ApiDocumentTest, RefusalsAreThoseOfTheCode)
 {
     const std::set<Refusal> documented = documented_refusals();
     const std::set<Refusal> in_the_code = refusals_in_the_code();
@@ -109,7 +116,7 @@ TEST(ReadmeTest, TableOfRefusalsIsTheCode)
     }
 }
 
-TEST(ReadmeTest, EveryRefusalIsSeenInAResponse)
+TEST(ApiDocumentTest, EveryRefusalIsSeenInAResponse)
 {
     const std::set<std::string> never = {"-201", "-203", "-204"};
     const std::set<std::string> tested_apart = {"-4"};
@@ -126,6 +133,23 @@ TEST(ReadmeTest, EveryRefusalIsSeenInAResponse)
                                            std::regex_match(item.message, pattern);
                                 }))
             << refusal.code << " " << refusal.text;
+    }
+}
+
+TEST(ApiDocumentTest, EventsAreThoseOfTheCode)
+{
+    std::set<uint32_t> documented;
+    for_each_match(api_document(), "0x([0-9A-F]{8}) = ([0-9]+)", [&](const auto& match) {
+        const auto event = static_cast<uint32_t>(std::stoul(match[1], nullptr, 16));
+        EXPECT_EQ(std::to_string(event), match[2]);
+        documented.insert(event);
+    });
+    constexpr uint32_t FIRST = 0x20000000;
+    constexpr uint32_t END = 0x20100000;
+    for (uint32_t event = FIRST; event < END; ++event) {
+        if (is_event_with_ch_info(event) != (documented.count(event) != 0)) {
+            ADD_FAILURE() << "documented or supported, not both: " << event;
+        }
     }
 }
 

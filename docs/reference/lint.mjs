@@ -1,0 +1,19 @@
+// Lints the API document; prints what it finds and fails on any of it, warnings too.
+import { createConfig, formatProblems, lint } from "@redocly/openapi-core";
+
+const config = await createConfig({
+    extends: ["recommended-strict"],
+    rules: {
+        "info-license": "off",
+        "no-invalid-media-type-examples": { severity: "error", allowAdditionalProperties: true },
+        "no-invalid-parameter-examples": "error",
+        "no-invalid-schema-examples": "error",
+        "operation-description": "error",
+        "no-unused-components": "error",
+    },
+});
+const problems = await lint({ ref: "../openapi.yaml", config });
+if (problems.length > 0) {
+    formatProblems(problems, { format: "codeframe", totals: { errors: problems.length } });
+    process.exit(1);
+}
