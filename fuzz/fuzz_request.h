@@ -8,12 +8,25 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/fake_platform.h"
+
 // The entry of each fuzz program.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 // The parts of an input between lines that hold just "--"; empty parts where it has fewer than
 // `count`, and the last one takes the rest.
 std::vector<std::string> split_input(const uint8_t* data, size_t size, size_t count);
+
+// The fake platform as it is at first, with the parameters func and GUID unless `func` is empty. It
+// refuses a caller whose func is "stranger".
+FakePlatform& fresh_platform(const std::string& func);
+
+// An answer as the input gives it: a reply, or, when it begins with '!', a failed call whose result
+// is the number behind it if that is negative and not one of the front end's own codes.
+Answer read_answer(const std::string& section);
+
+// The calls to the services since then, a word each: "GET", "rules", "POST" or "DELETE".
+std::vector<std::string> service_calls();
 
 struct FuzzRequest {
     const char* method;

@@ -1,14 +1,12 @@
 // The rule list document, read for duplicates and passed on to a client.
-#include "fuzz/fuzz_platform.h"
 #include "fuzz/fuzz_request.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    FuzzPlatform& platform = fuzz_platform();
-    platform.func = "addRule";
-    platform.schedules = {0, "{}"};
-    platform.multicall = {0, "{}"};
-    platform.rules = read_answer({reinterpret_cast<const char*>(data), size});
+    FakePlatform& platform = fresh_platform("addRule");
+    const Answer rules = read_answer({reinterpret_cast<const char*>(data), size});
+    platform.rules_result = static_cast<int>(rules.result);
+    platform.rules = rules.reply;
     const FuzzOutcome added = run_fuzz_body(
         "POST", R"({"rule":{"event":[{"eventID":536936448,"camera":[{"chIdx":3}]}]}})");
     require(added.code == 0 || added.code == -911 || (added.code <= -601 && added.code >= -603),

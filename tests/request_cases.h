@@ -1,4 +1,4 @@
-// The requests that are answered with an envelope, each with the answer it must get.
+// The requests of request_cases.txt, where the form of a case is described.
 #pragma once
 
 #include <functional>
@@ -9,15 +9,15 @@
 #include "tests/request_runner.h"
 
 struct RequestCase {
-    const char* name;
+    std::string name;
     Request request;
-    const char* status;
-    int code;
+    std::vector<std::function<void(FakePlatform&)>> arrangements;  // to be applied in order
+    std::string status;
+    int code = 0;
     std::string message;  // as JSON
-    std::function<void(FakePlatform&)> arrange = [](FakePlatform&) {};
 };
 
-// A request that creates a rule: motion on channel 3, recorded on channel 10.
+// A request that creates a rule for channel 3, recorded on channel 10.
 extern const char* const ADD_RULE_BODY;
 
 const std::vector<RequestCase>& request_cases();

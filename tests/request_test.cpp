@@ -41,10 +41,12 @@ class RequestTest : public testing::Test
 TEST_F(RequestTest, EveryCaseGetsItsAnswerAndWritesNothingBeforeTheLastCheck)
 {
     for (const RequestCase& item : request_cases()) {
-        SCOPED_TRACE(std::string(item.name) + ": " + item.request.body);
+        SCOPED_TRACE(item.name + ": " + item.request.body);
         reset_fake_platform();
         FakePlatform& fake = fake_platform();
-        item.arrange(fake);
+        for (const auto& arrange : item.arrangements) {
+            arrange(fake);
+        }
         const Outcome outcome = run_request(item.request);
 
         EXPECT_EQ(outcome.response, envelope_text(item.status, item.code, item.message));
