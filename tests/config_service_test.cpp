@@ -1,7 +1,9 @@
 // The configuration service of the host recorder: what it takes, what it refuses, what it keeps.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -200,6 +202,86 @@ TEST_F(ConfigServiceTest, KeepsItsRulesAndSchedulesAcrossARestart)
     store_.emplace(directory_ / "rules.db");
     EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
     EXPECT_EQ(ask("GET", "/cfg/Schedule"), schedules);
+}
+
+// While it lives, a file can be written up to `bytes` and no further, as on a full disk.
+class FullDisk
+{
+ public:
+    explicit FullDisk(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit = {bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+    ~FullDisk() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+    rlimit before_{};
+};
+
+// The disk is full at every point of the writing in turn.
+TEST_F(ConfigServiceTest, AFullDiskIsAnErrorThatChangesNothing)
+{
+    constexpr rlim_t STEP = 512;
+    constexpr rlim_t ENOUGH = 1UL << 20U;
+    const HttpRequest changes[] = {
+        {"POST", "/cfg/multicalls", whole_rule("1")},
+        {"DELETE", "/cfg/Rule?GUID=" + RULE_GUID, ""},
+    };
+    post(whole_rule(""));
+    for (const HttpRequest& change : changes) {
+        const std::string rules = ask("GET", "/cfg/Rule");
+        rlim_t bytes = 0;
+        std::string reply;
+        const auto is_refused = [&] {
+            const FullDisk full(bytes);
+            reply = serve(*store_, change).body;
+            return reply.find(error_code(ErrorCode::database_failure)) != std::string::npos;
+        };
+        for (; bytes < ENOUGH && is_refused(); bytes += STEP) {
+            ASSERT_EQ(ask("GET", "/cfg/Rule"), rules) << bytes;
+        }
+        EXPECT_EQ(reply, R"({"err_code": 0, "err_str": ""})") << bytes;
+        EXPECT_GT(bytes, 10 * STEP);
+    }
+    const std::string rules = ask("GET", "/cfg/Rule");
+    EXPECT_FALSE(stores(RULE_GUID));
+    EXPECT_TRUE(stores(RULE_GUID.substr(0, RULE_GUID.size() - 1) + "1"));
+    store_.reset();
+    store_.emplace(directory_ / "rules.db");
+    EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
+}
+
+TEST_F(ConfigServiceTest, ADatabaseThatCannotBeWrittenIsNotServed)
+{
+    const auto allow = [this](fs::perms directory, fs::perms file) {
+        fs::permissions(directory_, directory);
+        fs::permissions(directory_ / "rules.db", file);
+    };
+    post(whole_rule(""));
+    const std::string rules = ask("GET", "/cfg/Rule");
+    store_.reset();
+    allow(fs::perms(0555), fs::perms(0444));
+    // Permissions do not bind root.
+    constexpr uid_t NOBODY = 65534;
+    const uid_t user = geteuid();
+    if (user == 0 && seteuid(NOBODY) != 0) {
+        GTEST_SKIP() << "cannot act as another user";
+    }
+    try {
+        store_.emplace(directory_ / "rules.db");
+        ADD_FAILURE() << "opened";
+    } catch (const Refusal& refusal) {
+        EXPECT_STREQ(refusal.what(), "database: attempt to write a readonly database");
+    }
+    ASSERT_EQ(seteuid(user), 0);
+    allow(fs::perms(0700), fs::perms(0600));
+    store_.emplace(directory_ / "rules.db");
+    EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
 }
 
 TEST_F(ConfigServiceTest, PathsAndMethodsAreChecked)

@@ -5,6 +5,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 
 failures=0
+clients=()
 
 # check TITLE LOGIN METHOD TARGET BODY STATUS EXPECTED_BODY
 check() {
@@ -53,6 +54,50 @@ schedule() {
         jq --raw-output --arg name "$1" '.content[] | select(.name == $name) | .GUID'
 }
 
+# client TITLE RECEIVED STEP...: one connection, in the background. A STEP is text to send, with
+# backslash escapes, wait=SECONDS, or "leave", which closes the connection at once. Otherwise the
+# server must close it, after RECEIVED: status lines and the endpoint's bodies, in one line.
+client() {
+    converse "$@" &
+    clients+=($!)
+}
+
+converse() {
+    local title=$1 received=$2
+    failures=0
+    report "$title" diff <(printf '%s' "$received") <(exchange "${@:3}")
+    return "$failures"
+}
+
+exchange() {
+    local connection step
+    trap '' PIPE
+    exec {connection}<>"/dev/tcp/${authority/:/\/}"
+    for step in "$@"; do
+        case $step in
+            wait=*) sleep "${step#wait=}" ;;
+            leave) return ;;
+            *) printf '%b' "$step" >&"$connection" ;;
+        esac
+    done
+    { timeout 30 cat <&"$connection" || [[ $? != 124 ]] || echo '{} still open'; } |
+        tr -d '\r' | grep -E '^(HTTP/|\{)' | paste -sd ' ' | tr -d '\n'
+}
+
+wait_for_clients() {
+    local pid
+    for pid in "${clients[@]}"; do
+        wait "$pid" || failures=$((failures + 1))
+    done
+    clients=()
+}
+
+# The head of a request to add a rule, up to the fields that tell of its body.
+rule_head() {
+    printf 'POST /rule%s HTTP/1.1\\r\\nHost: %s\\r\\nAuthorization: Basic %s\\r\\n' \
+        "$add" "$authority" "$(printf '%s' "$admin" | base64)"
+}
+
 # A sanitizer's finding would be there, for one.
 nothing_on_standard_error() {
     diff <(echo "configuration service listening on 127.0.0.1:$service_port") \
@@ -64,6 +109,8 @@ make_scratch
 state=$scratch/state
 prepare_recorder "$state" "$bin"
 start_recorder "$state" "$bin"
+authority=${recorder_url#http://}
+authority=${authority%/rule}
 admin=$recorder_user:$recorder_password
 add='?func=addRule'
 recording=', "action": [{"ActionName": "RecordControl", "chIdx": [5]}]'
@@ -110,6 +157,72 @@ mapfile -t guids < <(jq --raw-output '.ruleList[].GUID' "$scratch/answer_body")
 check 'deletion, one of the rules unknown' "$admin" DELETE '' \
     "{\"ruleGUID\": [\"${guids[0]}\", \"$unknown\", \"${guids[1]}\"]}" '200 OK' "$deleted"
 check 'no rules at the end' "$admin" GET '' '' '200 OK' "$no_rules"
+
+head=$(rule_head)'Connection: close\r\n'
+sized=$head'Content-Length: '
+chunked=$head'Transfer-Encoding: chunked\r\n\r\n'
+bad_request='HTTP/1.1 400 Bad Request'
+no_event="$bad_request $(answer -102 'Error input Json no event object')"
+client 'body cut off' '' "${sized}9\r\n\r\n{}" leave
+client 'body cut off, then silence' '' "${sized}9\r\n\r\n{}"
+client 'no request' ''
+client 'head without an end' '' 'PUT /rule HTTP/1.1\r\n'
+client 'slow body' "$no_event" "${sized}4\r\n\r\n{" wait=3 '}' wait=3 ' ' wait=3 ' '
+client 'body slower than the limit' '' "${sized}2\r\n\r\n{" wait=13 '}'
+client 'body when asked for' "HTTP/1.1 100 Continue $no_event" \
+    "${sized}2\r\nExpect: 100-continue\r\n\r\n" wait=1 '{}'
+client 'body of chunks' "$no_event" "${chunked}1\r\n{\r\n1\r\n}\r\n0\r\n\r\n"
+client 'longest body, of chunks' "$no_event" \
+    "${chunked}fff\r\n$(printf '%-4095s' '{}')\r\n0\r\n\r\n"
+client 'body of chunks too long' "$bad_request $(answer -291 'content data is NULL')" \
+    "${chunked}1000\r\n$(printf '%-4096s' '{}')\r\n0\r\n\r\n"
+client 'chunks cut off' '' "${chunked}2\r\n{}\r\n"
+client 'not a chunk' "$bad_request" "${chunked}x\r\n{}\r\n"
+client 'chunks and a length' "$bad_request" "${sized}2\r\nTransfer-Encoding: chunked\r\n\r\n{}"
+client 'negative length' "$bad_request" "${sized}-1\r\n\r\n"
+client 'two lengths' "$bad_request" "${sized}2\r\nContent-Length: 3\r\n\r\n{} "
+client 'body beyond all limits' 'HTTP/1.1 413 Payload Too Large' "${sized}70000\r\n\r\n"
+client 'zero byte in the body' "$bad_request $(answer -101 'Error input Json format error')" \
+    "${sized}3\r\n\r\n{\0}"
+client 'bytes behind the body' "$no_event" "${sized}2\r\n\r\n{}{}{}"
+client 'two requests at once' "$no_event $no_event" \
+    "$(rule_head)Content-Length: 2\r\n\r\n{}${sized}2\r\n\r\n{}"
+wait_for_clients
+report 'no program left behind' wait_until "$web_pid" no_program_runs
+check 'next client' "$admin" GET '' '' '200 OK' "$no_rules"
+
+# Both programs wait for the configuration service when their clients go. The web server notices
+# only the reset, and ends that program; the other one finishes.
+stayed=$(quick_rule 536936448 3)
+ended=$(quick_rule 536936448 4)
+kill -STOP "$service_pid"
+client 'gone before the answer' '' "$sized${#stayed}\r\n\r\n$stayed" wait=3 leave
+client 'gone with a reset' '' "$sized${#ended}\r\nExpect: 100-continue\r\n\r\n" \
+    wait=1 "$ended" wait=1 leave
+wait_for_clients
+kill -CONT "$service_pid"
+report 'no program left behind by the gone' wait_until "$web_pid" no_program_runs
+check_list 'one rule of theirs' \
+    "clientRule quick $(schedule _ALL_DAY_) 536936448 ${camera}0003"
+
+# The web server keeps some 64 KiB of an answer in memory.
+for channel in 0 1 2 4 5 6 7 10 191; do
+    for event in 537264129 537264130; do
+        send_request "$admin" POST "$add" \
+            "$(quick_rule "$event" "$channel" ", \"ruleName\": \"$(printf '%03900d' 0)\"")"
+    done
+done
+send_request "$admin" GET '' ''
+cp "$scratch/answer_body" "$scratch/long_list"
+stop_process "$web_pid"
+limit=$(ulimit -S -f)
+trap '' XFSZ
+ulimit -S -f 8  # KiB that the web server can write to a file
+start_web_server "$state" "$bin" "${authority##*:}"
+ulimit -S -f "$limit"
+send_request "$admin" GET '' ''
+report 'long list with a full disk' cmp "$scratch/long_list" "$scratch/answer_body"
+
 stop_process "$service_pid"
 check 'configuration service stopped' "$admin" POST "$add" "$(quick_rule 536936448 3)" \
     '400 Bad Request' "$(answer -101 'Internal error get time profile guid fail ret=-101')"
