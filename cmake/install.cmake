@@ -1,0 +1,32 @@
+# What is installed, and packed by cpack. Component `program`: the CGI program, the headers of the
+# seam, an example of a web server's set-up. Component `host`: the host recorder's programs and files.
+include(GNUInstallDirs)
+
+set(RULE_LIBEXEC_DIR "${CMAKE_INSTALL_LIBEXECDIR}/rule_operation")
+set(RULE_DATA_DIR "${CMAKE_INSTALL_DATADIR}/rule_operation")
+
+install(TARGETS rule_operation.cgi RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT program)
+install(DIRECTORY platform DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/rule_operation"
+        COMPONENT program FILES_MATCHING PATTERN "*.h")
+set(RULE_INSTALLED_PROGRAM "${CMAKE_INSTALL_FULL_LIBEXECDIR}/rule_operation/rule_operation.cgi")
+configure_file(cmake/lighttpd.conf.in lighttpd.conf @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
+        DESTINATION "${RULE_DATA_DIR}" COMPONENT program)
+
+# The host recorder, when it is the platform of this build.
+if(TARGET config_service)
+    install(TARGETS config_service camera_cache
+            RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
+    install(FILES host/web_server/lighttpd.conf host/camera_cache/cameras.txt
+            DESTINATION "${RULE_DATA_DIR}/host" COMPONENT host)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL)
+    set(CPACK_GENERATOR TGZ)
+    set(CPACK_PACKAGE_FILE_NAME "rule_operation-${PROJECT_VERSION}-${CMAKE_SYSTEM_PROCESSOR}")
+    set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+    set(CPACK_COMPONENTS_ALL program)
+    set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
+    set(CPACK_STRIP_FILES ON)
+    include(CPack)
+endif()

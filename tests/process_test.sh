@@ -1,0 +1,92 @@
+#!/bin/bash
+# The program's file started as a web server starts it, without any service:
+#   process_test.sh PROGRAM|BIN_DIR [EMULATOR...]
+# Of a directory, its rule_operation.cgi on files that its camera_cache makes. EMULATOR... is the
+# beginning of the command that starts a program of another processor. The platform must have cameras
+# on channels 0 and 191 and none on channel 9.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+
+export LC_ALL=C  # lengths are bytes
+failures=0
+variables=(REMOTE_USER=admin)  # what every process gets; without them the caller is a stranger
+
+# check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: BODY is the standard input,
+# which stays open behind it. The response must be complete to the byte.
+check() {
+    local title=$1 expected_exit=$2 exit_status=0
+    printf 'Status: %s\r\nContent-type: application/json\r\n\r\n%s\n\n' "$3" "$4" >"$scratch/expected"
+    mkfifo "$scratch/input"
+    exec {input}<>"$scratch/input"
+    printf '%s' "$5" >&"$input"
+    timeout 20 env -i "${variables[@]}" "${@:6}" "${command[@]}" \
+        <"$scratch/input" >"$scratch/response" 2>"$scratch/errors" || exit_status=$?
+    exec {input}>&-
+    rm "$scratch/input"
+    if [[ $exit_status == "$expected_exit" ]] && cmp "$scratch/expected" "$scratch/response"; then
+        echo "ok      $title"
+    else
+        echo "FAILED  $title: exit status $exit_status"
+        cat "$scratch/response" "$scratch/errors"
+        failures=$((failures + 1))
+    fi
+}
+
+# refuse TITLE EXIT_STATUS CODE TEXT BODY [VARIABLE=VALUE...]: a check whose status is 400.
+refuse() {
+    check "$1" "$2" '400 Bad Request' "$(answer "$3" "$4")" "${@:5}"
+}
+
+# post TITLE EXIT_STATUS CODE TEXT BODY: the same for a request to add a rule.
+post() {
+    refuse "$@" REQUEST_METHOD=POST QUERY_STRING='a=b&func=add%52ule' CONTENT_LENGTH=${#5}
+}
+
+answer() {
+    printf '{ "ret_code": %d, "ret_mesg": "%s" }' "$1" "$2"
+}
+
+# on_channel CHANNEL [MEMBERS]: a request document with further MEMBERS of its rule.
+on_channel() {
+    printf '{"rule":{"event":[{"eventID":536936448,"camera":[{"chIdx":%s}]}]%s}}' "$1" "${2:-}"
+}
+
+program=$(realpath "${1:?the program is missing}")
+make_scratch
+if [[ -d $program ]]; then
+    prepare_recorder "$scratch/state" "$program"
+    token=$(printf '%s' "$recorder_user:$recorder_password" | base64)
+    variables+=("RULE_RECORDER_DIR=$scratch/state" "HTTP_AUTHORIZATION=Basic $token")
+    program+=/rule_operation.cgi
+fi
+command=("${@:2}" "$program")
+lock_recorder  # no configuration service answers
+no_camera='GUID is NULL, please check camera is added'
+recording=', "action": [{"ActionName": "RecordControl", "chIdx": [9]}]'
+
+check 'put' 0 '200 OK' null '' REQUEST_METHOD=PUT
+check 'put with a path and a body' 0 '200 OK' null 'abc' REQUEST_METHOD=PUT PATH_INFO=/a//b/ \
+    CONTENT_LENGTH=3
+check 'stranger' 0 '401 Unauthorized' "$(answer -2 'Authorized failed')" '' REQUEST_METHOD=PUT \
+    REMOTE_USER= HTTP_AUTHORIZATION=
+check 'no method' 253 '200 OK' "$(answer -3 'http method empty')" ''
+check 'unknown method' 253 '200 OK' "$(answer -3 'http method invalid')" '' REQUEST_METHOD=put
+refuse 'no function' 222 -290 'post uri can not get func parameter' '{}' REQUEST_METHOD=POST \
+    CONTENT_LENGTH=2
+refuse 'other function' 220 -292 'uri input func=[a b\/c&=%zz] not supported' '{}' \
+    REQUEST_METHOD=POST QUERY_STRING='func=a+b%2fc%26=%zz' CONTENT_LENGTH=2
+refuse 'length over the limit' 221 -291 'content data is NULL' '{}' REQUEST_METHOD=POST \
+    QUERY_STRING=func=addRule CONTENT_LENGTH=4096
+refuse 'length of 33 bits' 154 -102 'Error input Json no event object' '{}' REQUEST_METHOD=POST \
+    QUERY_STRING=func=addRule CONTENT_LENGTH=4294967298
+post 'no body' 221 -291 'content data is NULL' ''
+post 'bytes over 127' 155 -101 'Error input Json format error' $'\xff\xfe\x80'
+post 'longest body' 154 -102 'Error input Json no event object' "$(printf '%-4095s' '{}')"
+post 'channel without a camera' 56 -200 "Error ch-9 $no_camera" "$(on_channel 9)"
+post 'negative channel' 56 -200 "Error ch--1 $no_camera" "$(on_channel -1)"
+post 'recording channel without a camera' 45 -211 "Error recording act ch-9 $no_camera" \
+    "$(on_channel 191 "$recording")"
+post 'no service behind a whole rule' 155 -101 \
+    'Internal error get time profile guid fail ret=-101' "$(on_channel 0)"
+
+[[ $failures == 0 ]]
