@@ -217,8 +217,8 @@ cp "$scratch/answer_body" "$scratch/long_list"
 stop_process "$web_pid"
 limit=$(ulimit -S -f)
 trap '' XFSZ
-ulimit -S -f 8  # KiB that the web server can write to a file
-start_web_server "$state" "$bin" "${authority##*:}"
+ulimit -S -f 8  # KiB that the web server, and here also this shell, can write to a file
+RULE_EXCHANGES='' start_web_server "$state" "$bin" "${authority##*:}"
 ulimit -S -f "$limit"
 send_request "$admin" GET '' ''
 report 'long list with a full disk' cmp "$scratch/long_list" "$scratch/answer_body"
