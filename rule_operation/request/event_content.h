@@ -7,13 +7,13 @@
 class TCameraContent
 {
  public:
-    TCameraContent(int channel, int alarm) : chIdx(channel), alarmIdx(alarm) {}
+    TCameraContent() = default;
     TCameraContent(const TCameraContent&) = default;
     TCameraContent& operator=(const TCameraContent&) = default;
     virtual ~TCameraContent() = default;
 
-    int chIdx;     // channel of the camera, as the client gave it
-    int alarmIdx;  // alarm index on that camera; -1 for every event but the alarm event
+    int chIdx = -1;     // channel of the camera, as the client gave it
+    int alarmIdx = -1;  // alarm index on that camera; -1 for every event but the alarm event
 };
 
 class TEventContent

@@ -141,7 +141,7 @@ int parsing_input_content(std::string& err, const char* data, std::string& timep
     if (const int r = read_event_id(err, event.member("eventID"), eventInfo.eventID); r != 0) {
         return r;
     }
-    TCameraContent camera(-1, -1);
+    TCameraContent camera;
     if (const int r = read_camera(err, event.member("camera"), eventInfo.eventID, camera); r != 0) {
         return r;
     }
