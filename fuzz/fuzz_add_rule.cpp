@@ -6,11 +6,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::vector<std::string> parts = split_input(data, size, 5);
     FakePlatform& platform = fresh_platform(parts[1]);
     platform.schedules = read_answer(parts[2]);
-    const Answer rules = read_answer(parts[3]);
-    platform.rules_result = static_cast<int>(rules.result);
-    platform.rules = rules.reply;
+    platform.rules = read_answer(parts[3]);
     platform.multicall = read_answer(parts[4]);
-    const FuzzOutcome outcome = run_fuzz_body("POST", parts[0]);
+    const FuzzOutcome outcome = run_fuzz_request({"POST", parts[0]});
 
     require(outcome.has_envelope, "the answer is an envelope");
     const std::vector<std::string> calls = service_calls();

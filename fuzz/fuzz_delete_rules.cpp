@@ -10,7 +10,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             platform.deletions.push_back(read_answer(parts[reply]));
         }
     }
-    const FuzzOutcome outcome = run_fuzz_body("DELETE", parts[0]);
+    const FuzzOutcome outcome = run_fuzz_request({"DELETE", parts[0]});
 
     require(outcome.has_envelope, "the answer is an envelope");
     const bool refused_before = outcome.code <= -300 && outcome.code >= -303;

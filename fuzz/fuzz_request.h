@@ -1,5 +1,4 @@
-// Runs one request through the program's own `main`, in this process, and checks what every request
-// must hold to.
+// Runs one request and checks what every request must hold to.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "tests/fake_platform.h"
+#include "tests/request_runner.h"
 
 // The entry of each fuzz program.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -28,13 +28,6 @@ Answer read_answer(const std::string& section);
 // The calls to the services since then, a word each: "GET", "rules", "POST" or "DELETE".
 std::vector<std::string> service_calls();
 
-struct FuzzRequest {
-    const char* method;
-    std::string path_info;
-    std::string content_length;  // as the environment has it
-    std::string body;
-};
-
 struct FuzzOutcome {
     std::string status;  // "200 OK"
     bool has_envelope = false;
@@ -43,10 +36,7 @@ struct FuzzOutcome {
 
 // Ends the process with a message when the request was not answered with exactly one well-formed
 // response, its envelope is not as documented, or more than one POST was sent or anything after it.
-FuzzOutcome run_fuzz_request(const FuzzRequest& request);
-
-// The same for a body with its own length.
-FuzzOutcome run_fuzz_body(const char* method, const std::string& body);
+FuzzOutcome run_fuzz_request(const Request& request);
 
 // Ends the process with a message unless `holds`.
 void require(bool holds, const char* what);

@@ -3,9 +3,11 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <regex>
 
 #include "host/common/base64.h"
 #include "host/common/xml_document.h"
@@ -18,61 +20,56 @@ namespace
 
 namespace fs = std::filesystem;
 
+const std::string SUCCESS = R"({"err_code": 0, "err_str": ""})";
 const std::string EVENT_GUID = "1111111111AAAAAAAAAAAAAAAAAA0003";
 const std::string ACTION_GUID = "2222222222AAAAAAAAAAAAAAAAAA000A";
 const std::string RULE_GUID = "3333333333AAAAAAAAAAAAAAAAAA0003";
 
-const std::string EVENT_XML =
-    "<event_profile><EventID>7</EventID><SourceNum>1</SourceNum>"
-    "<SourceIds><id0>CAFE</id0></SourceIds></event_profile>";
-const std::string ACTION_XML =
-    "<action_profile><ActionName>RecordControl</ActionName><TargetNum>1</TargetNum>"
-    "<TargetIds><id0>CAFE</id0></TargetIds></action_profile>";
+// What stands in b64() is sent encoded.
+const std::string EVENT_CALL = R"json({"object":"Rule","method":"POST","body":{"ruleNode":{
+    "name":"n","isGroup":false,"description":"","GUID":"1111111111AAAAAAAAAAAAAAAAAA0003",
+    "type":3,"active":true,"content":"b64(<event_profile><EventID>7</EventID>
+    <SourceNum>1</SourceNum><SourceIds><id0>CAFE</id0></SourceIds></event_profile>)",
+    "EventID":7}}})json";
+const std::string ACTION_CALL = R"json({"object":"Rule","method":"POST","body":{"ruleNode":{
+    "name":"n","isGroup":false,"description":"","GUID":"2222222222AAAAAAAAAAAAAAAAAA000A",
+    "type":4,"active":true,"content":"b64(<action_profile><ActionName>RecordControl</ActionName>
+    <TargetNum>1</TargetNum><TargetIds><id0>CAFE</id0></TargetIds></action_profile>)"}}})json";
+const std::string RULE_CALL = R"json({"object":"Rule","method":"POST","body":{"ruleNode":{
+    "name":"n","isGroup":false,"description":"","GUID":"3333333333AAAAAAAAAAAAAAAAAA0003",
+    "type":0,"active":true,"content":"b64(<rule><EventProfileNum>1</EventProfileNum>
+    <EventProfiles><evtpf0>1111111111AAAAAAAAAAAAAAAAAA0003</evtpf0></EventProfiles>
+    <TimeProfile></TimeProfile><ActionProfileNum>1</ActionProfileNum><ActionProfiles>
+    <actpf0>2222222222AAAAAAAAAAAAAAAAAA000A</actpf0></ActionProfiles></rule>)"}}})json";
+const std::string WHOLE_RULE =
+    R"({"calls":[)" + EVENT_CALL + "," + ACTION_CALL + "," + RULE_CALL + "]}";
 
-std::string rule_xml(const std::string& event, const std::string& action)
+std::string whole_rule_with(const std::string& to, const std::string& from)
 {
-    return "<rule><EventProfileNum>1</EventProfileNum><EventProfiles><evtpf0>" + event +
-           "</evtpf0></EventProfiles><TimeProfile></TimeProfile>"
-           "<ActionProfileNum>1</ActionProfileNum><ActionProfiles><actpf0>" +
-           action + "</actpf0></ActionProfiles></rule>";
-}
-
-std::string call(const std::string& guid, const std::string& type, const std::string& xml,
-                 const std::string& more = "")
-{
-    return R"({"object":"Rule","method":"POST","body":{"ruleNode":{"name":"n","isGroup":false,)"
-           R"("description":"","GUID":")" +
-           guid + R"(","type":)" + type + R"(,"active":true,"content":")" +
-           host::encode_base64(xml) + "\"" + more + "}}}";
-}
-
-std::string event_call(const std::string& guid)
-{
-    return call(guid, "3", EVENT_XML, R"(,"EventID":7)");
-}
-
-std::string multicall(const std::string& calls)
-{
-    return R"({"calls":[)" + calls + "]}";
-}
-
-// A rule with both profiles, its GUIDs ending in `tail`.
-std::string whole_rule(const std::string& tail)
-{
-    const auto with_tail = [&](const std::string& guid) {
-        return guid.substr(0, guid.size() - tail.size()) + tail;
-    };
-    return multicall(
-        event_call(with_tail(EVENT_GUID)) + "," + call(with_tail(ACTION_GUID), "4", ACTION_XML) +
-        "," +
-        call(with_tail(RULE_GUID), "0", rule_xml(with_tail(EVENT_GUID), with_tail(ACTION_GUID))));
-}
-
-std::string replaced(std::string text, const std::string& from, const std::string& to)
-{
-    const size_t position = text.find(from);
+    const size_t position = WHOLE_RULE.find(from);
     EXPECT_NE(position, std::string::npos) << from;
-    return position == std::string::npos ? text : text.replace(position, from.size(), to);
+    return std::string(WHOLE_RULE).replace(position, from.size(), to);
+}
+
+std::string repeated(const std::string& text, int times)
+{
+    std::string all;
+    for (int i = 0; i < times; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+std::string encoded(std::string document)
+{
+    const std::string begin = "b64(";
+    for (size_t start = 0; (start = document.find(begin)) != std::string::npos;) {
+        const size_t end = document.find(')', start);
+        const size_t xml = start + begin.size();
+        document.replace(start, end + 1 - start,
+                         host::encode_base64(document.substr(xml, end - xml)));
+    }
+    return document;
 }
 
 class ConfigServiceTest : public testing::Test
@@ -90,14 +87,13 @@ class ConfigServiceTest : public testing::Test
         fs::remove_all(directory_);
     }
 
-    std::string ask(const std::string& method, const std::string& target,
-                    const std::string& body = "")
+    std::string ask(const char* method, const std::string& target)
     {
-        return serve(*store_, {method, target, body}).body;
+        return serve(*store_, {method, target, ""}).body;
     }
     std::string post(const std::string& document)
     {
-        return ask("POST", "/cfg/multicalls", document);
+        return serve(*store_, {"POST", "/cfg/multicalls", encoded(document)}).body;
     }
     bool stores(const std::string& guid)
     {
@@ -108,65 +104,56 @@ class ConfigServiceTest : public testing::Test
     std::optional<Store> store_;
 };
 
-std::string error_code(ErrorCode code)
+bool has_code(const std::string& reply, ErrorCode code)
 {
-    return R"("err_code": )" + std::to_string(static_cast<int>(code));
+    return reply.find("\"err_code\": " + std::to_string(static_cast<int>(code)) + ",") == 1;
 }
 
 TEST_F(ConfigServiceTest, RefusesWhatIsNotAWholeRuleAndKeepsNothingOfIt)
 {
-    const std::string good = whole_rule("");
-    const std::string content = host::encode_base64(ACTION_XML);
-    const auto with_xml = [&](const std::string& xml) {
-        return replaced(good, content, host::encode_base64(xml));
-    };
     struct Row {
-        std::string document;
+        std::string to;
         ErrorCode code;
         const char* text;
+        std::string from = WHOLE_RULE;
     };
+    // clang-format off
     const Row rows[] = {
         {"", ErrorCode::bad_document, "not a JSON document"},
-        {good + "x", ErrorCode::bad_document, "not a JSON document"},
+        {"}}}]}x", ErrorCode::bad_document, "not a JSON document", "}}}]}"},
         {std::string(5000, '['), ErrorCode::bad_document, "not a JSON document"},
         {"{}", ErrorCode::bad_document, "calls"},
-        {multicall(""), ErrorCode::bad_document, "calls"},
-        {multicall("7"), ErrorCode::bad_call, "call 0"},
-        {replaced(good, "\"Rule\"", "\"Role\""), ErrorCode::bad_call, "call 0"},
-        {replaced(good, "POST", "PUT"), ErrorCode::bad_call, "call 0"},
-        {replaced(good, EVENT_GUID, EVENT_GUID + "0"), ErrorCode::bad_call, "GUID"},
-        {replaced(good, EVENT_GUID, "G" + EVENT_GUID.substr(1)), ErrorCode::bad_call, "GUID"},
-        {replaced(good, "\"n\"", "\"n\\u0000\""), ErrorCode::bad_call, "zero byte"},
-        {replaced(good, "\"type\":4", "\"type\":5"), ErrorCode::bad_call, "type"},
-        {replaced(good, "\"type\":4", "\"type\":3,\"EventID\":7"), ErrorCode::bad_call, "call 1"},
-        {replaced(good, "\"EventID\":7", "\"EventID\":8"), ErrorCode::bad_call, "EventID"},
-        {replaced(good, content, content + "!"), ErrorCode::bad_call, "base64"},
-        {with_xml(ACTION_XML.substr(1)), ErrorCode::bad_call, "syntax error"},
-        {with_xml("<!DOCTYPE a>" + ACTION_XML), ErrorCode::bad_call, "document type"},
-        {with_xml("<rule></rule>"), ErrorCode::bad_call, "action_profile"},
-        {with_xml(replaced(ACTION_XML, ">1<", ">2<")), ErrorCode::bad_call, "TargetNum"},
-        {multicall(event_call(EVENT_GUID) + "," + event_call(EVENT_GUID)), ErrorCode::guid_in_use,
-         "call 1"},
-        {multicall(call(RULE_GUID, "0", rule_xml(EVENT_GUID, ACTION_GUID))),
-         ErrorCode::unknown_reference, "call 0"},
-        {multicall(event_call(EVENT_GUID) + "," +
-                   call(RULE_GUID, "0", rule_xml(EVENT_GUID, EVENT_GUID))),
-         ErrorCode::unknown_reference, "call 1"},
-        {replaced(good, host::encode_base64(rule_xml(EVENT_GUID, ACTION_GUID)),
-                  host::encode_base64(replaced(rule_xml(EVENT_GUID, ACTION_GUID), "<TimeProfile>",
-                                               "<TimeProfile>" + EVENT_GUID))),
-         ErrorCode::unknown_reference, "call 2"},
+        {R"({"calls":[]})", ErrorCode::bad_document, "calls"},
+        {R"({"calls":[7]})", ErrorCode::bad_call, "call 0"},
+        {"\"Role\"", ErrorCode::bad_call, "call 0", "\"Rule\""},
+        {"PUT", ErrorCode::bad_call, "call 0", "POST"},
+        {EVENT_GUID + "0", ErrorCode::bad_call, "GUID", EVENT_GUID},
+        {"\"G1", ErrorCode::bad_call, "GUID", "\"11"},
+        {"\"n\\u0000\"", ErrorCode::bad_call, "zero byte", "\"n\""},
+        {"\"type\":5", ErrorCode::bad_call, "type", "\"type\":4"},
+        {"\"type\":3,\"EventID\":7", ErrorCode::bad_call, "call 1", "\"type\":4"},
+        {"\"EventID\":8", ErrorCode::bad_call, "EventID", "\"EventID\":7"},
+        {"</action_profile>)!", ErrorCode::bad_call, "base64", "</action_profile>)"},
+        {"(action", ErrorCode::bad_call, "syntax error", "(<action"},
+        {"(<!DOCTYPE a><action", ErrorCode::bad_call, "document type", "(<action"},
+        {"\"type\":0", ErrorCode::bad_call, "not a document <rule>", "\"type\":4"},
+        {"<TargetNum>2", ErrorCode::bad_call, "TargetNum", "<TargetNum>1"},
+        {EVENT_CALL, ErrorCode::guid_in_use, "call 1", ACTION_CALL},
+        {"", ErrorCode::unknown_reference, "call 0", EVENT_CALL + "," + ACTION_CALL + ","},
+        {"f0>" + EVENT_GUID, ErrorCode::unknown_reference, "call 2", "f0>" + ACTION_GUID},
+        {"<TimeProfile>" + EVENT_GUID, ErrorCode::unknown_reference, "call 2", "<TimeProfile>"},
     };
+    // clang-format on
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.document.substr(0, 300));
-        const std::string reply = post(row.document);
-        EXPECT_NE(reply.find(error_code(row.code)), std::string::npos) << reply;
-        EXPECT_NE(reply.find(row.text), std::string::npos) << reply;
+        SCOPED_TRACE(row.to.substr(0, 300));
+        const std::string reply = post(whole_rule_with(row.to, row.from));
+        EXPECT_TRUE(has_code(reply, row.code) && reply.find(row.text) != std::string::npos)
+            << reply;
         EXPECT_FALSE(stores("GUID"));
     }
-    EXPECT_NE(post(good).find(R"("err_code": 0)"), std::string::npos);
+    EXPECT_EQ(post(WHOLE_RULE), SUCCESS);
     EXPECT_TRUE(stores(RULE_GUID));
-    EXPECT_NE(post(good).find(error_code(ErrorCode::guid_in_use)), std::string::npos);
+    EXPECT_TRUE(has_code(post(WHOLE_RULE), ErrorCode::guid_in_use));
 }
 
 TEST_F(ConfigServiceTest, DeletionTakesOnlyTheRulesOwnProfilesAlong)
@@ -175,95 +162,73 @@ TEST_F(ConfigServiceTest, DeletionTakesOnlyTheRulesOwnProfilesAlong)
         return ask("DELETE", "/cfg/Rule?GUID=" + guid);
     };
     const std::string shared_rule = "3333333333BBBBBBBBBBBBBBBBBB0003";
-    post(whole_rule(""));
-    post(multicall(call(shared_rule, "0", rule_xml(EVENT_GUID, ACTION_GUID))));
-    const std::string unknown = error_code(ErrorCode::no_such_rule);
-    EXPECT_EQ(unknown, R"("err_code": -1811535318)");
-    EXPECT_NE(remove("F" + RULE_GUID.substr(1)).find(unknown), std::string::npos);
-    EXPECT_NE(remove(EVENT_GUID).find(unknown), std::string::npos);
-    EXPECT_NE(remove("").find(unknown), std::string::npos);
-    EXPECT_NE(ask("DELETE", "/cfg/Rule").find(error_code(ErrorCode::missing_guid)),
-              std::string::npos);
-
-    EXPECT_NE(remove(RULE_GUID).find(R"("err_code": 0)"), std::string::npos);
+    post(WHOLE_RULE);
+    post(R"({"calls":[)" + std::regex_replace(RULE_CALL, std::regex(RULE_GUID), shared_rule) +
+         "]}");
+    for (const std::string& unknown : {"F" + RULE_GUID.substr(1), EVENT_GUID, std::string()}) {
+        EXPECT_TRUE(has_code(remove(unknown), static_cast<ErrorCode>(-1811535318))) << unknown;
+    }
+    EXPECT_TRUE(has_code(ask("DELETE", "/cfg/Rule"), ErrorCode::missing_guid));
+    EXPECT_EQ(remove(RULE_GUID), SUCCESS);
     EXPECT_FALSE(stores(RULE_GUID));
     EXPECT_TRUE(stores(EVENT_GUID));
     remove(shared_rule);
     EXPECT_FALSE(stores("GUID"));
 }
 
-TEST_F(ConfigServiceTest, KeepsItsRulesAndSchedulesAcrossARestart)
+void limit_file_length(rlim_t bytes)
 {
-    post(whole_rule(""));
-    const std::string rules = ask("GET", "/cfg/Rule");
-    const std::string schedules = ask("GET", "/cfg/Schedule");
-    EXPECT_NE(schedules.find(R"("_ALL_DAY_")"), std::string::npos);
-    store_.reset();
-    store_.emplace(directory_ / "rules.db");
-    EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
-    EXPECT_EQ(ask("GET", "/cfg/Schedule"), schedules);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = std::min(bytes, limit.rlim_max);
+    setrlimit(RLIMIT_FSIZE, &limit);
 }
-
-// While it lives, a file can be written up to `bytes` and no further, as on a full disk.
-class FullDisk
-{
- public:
-    explicit FullDisk(rlim_t bytes)
-    {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit = {bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-    ~FullDisk() { setrlimit(RLIMIT_FSIZE, &before_); }
-
- private:
-    rlimit before_{};
-};
 
 // The disk is full at every point of the writing in turn.
 TEST_F(ConfigServiceTest, AFullDiskIsAnErrorThatChangesNothing)
 {
     constexpr rlim_t STEP = 512;
     constexpr rlim_t ENOUGH = 1UL << 20U;
+    const std::string second_rule = std::regex_replace(WHOLE_RULE, std::regex("AAA0"), "AAA1");
     const HttpRequest changes[] = {
-        {"POST", "/cfg/multicalls", whole_rule("1")},
+        {"POST", "/cfg/multicalls", encoded(second_rule)},
         {"DELETE", "/cfg/Rule?GUID=" + RULE_GUID, ""},
     };
-    post(whole_rule(""));
+    post(WHOLE_RULE);
     for (const HttpRequest& change : changes) {
         const std::string rules = ask("GET", "/cfg/Rule");
         rlim_t bytes = 0;
         std::string reply;
         const auto is_refused = [&] {
-            const FullDisk full(bytes);
+            limit_file_length(bytes);
             reply = serve(*store_, change).body;
-            return reply.find(error_code(ErrorCode::database_failure)) != std::string::npos;
+            limit_file_length(RLIM_INFINITY);
+            return has_code(reply, ErrorCode::database_failure);
         };
         for (; bytes < ENOUGH && is_refused(); bytes += STEP) {
             ASSERT_EQ(ask("GET", "/cfg/Rule"), rules) << bytes;
         }
-        EXPECT_EQ(reply, R"({"err_code": 0, "err_str": ""})") << bytes;
+        EXPECT_EQ(reply, SUCCESS) << bytes;
         EXPECT_GT(bytes, 10 * STEP);
     }
-    const std::string rules = ask("GET", "/cfg/Rule");
     EXPECT_FALSE(stores(RULE_GUID));
-    EXPECT_TRUE(stores(RULE_GUID.substr(0, RULE_GUID.size() - 1) + "1"));
-    store_.reset();
+    EXPECT_TRUE(stores("3333333333AAAAAAAAAAAAAAAAAA1003"));
+    const std::string rules = ask("GET", "/cfg/Rule");
     store_.emplace(directory_ / "rules.db");
     EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
 }
 
-TEST_F(ConfigServiceTest, ADatabaseThatCannotBeWrittenIsNotServed)
+TEST_F(ConfigServiceTest, ADatabaseThatCannotBeWrittenIsNotServedAndKeepsItsContent)
 {
     const auto allow = [this](fs::perms directory, fs::perms file) {
         fs::permissions(directory_, directory);
         fs::permissions(directory_ / "rules.db", file);
     };
-    post(whole_rule(""));
+    post(WHOLE_RULE);
     const std::string rules = ask("GET", "/cfg/Rule");
+    const std::string schedules = ask("GET", "/cfg/Schedule");
+    EXPECT_NE(schedules.find(R"("_ALL_DAY_")"), std::string::npos);
     store_.reset();
     allow(fs::perms(0555), fs::perms(0444));
     // Permissions do not bind root.
@@ -282,6 +247,7 @@ TEST_F(ConfigServiceTest, ADatabaseThatCannotBeWrittenIsNotServed)
     allow(fs::perms(0700), fs::perms(0600));
     store_.emplace(directory_ / "rules.db");
     EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
+    EXPECT_EQ(ask("GET", "/cfg/Schedule"), schedules);
 }
 
 TEST_F(ConfigServiceTest, PathsAndMethodsAreChecked)
@@ -293,19 +259,14 @@ TEST_F(ConfigServiceTest, PathsAndMethodsAreChecked)
 
 TEST(XmlDocumentTest, NestingHasALimit)
 {
-    const auto nested = [](int levels) {
-        std::string text;
-        for (const char* const tag : {"<a>", "</a>"}) {
-            for (int i = 0; i < levels; ++i) {
-                text += tag;
-            }
-        }
+    const auto is_read = [](int levels) {
         std::string error;
-        return host::parse_xml(text, error).has_value();
+        return host::parse_xml(repeated("<a>", levels) + repeated("</a>", levels), error)
+            .has_value();
     };
-    EXPECT_TRUE(nested(32));
-    EXPECT_FALSE(nested(33));
-    EXPECT_FALSE(nested(100000));
+    EXPECT_TRUE(is_read(32));
+    EXPECT_FALSE(is_read(33));
+    EXPECT_FALSE(is_read(100000));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/fake_platform.h"
 
 #include <json-c/json.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstring>
@@ -50,14 +51,13 @@ std::string with_query(const char* path, const query_object& query)
 
 FakePlatform& fake_platform()
 {
-    static FakePlatform platform;
+    static FakePlatform platform = usual_platform();
     return platform;
 }
 
-void reset_fake_platform()
+FakePlatform usual_platform()
 {
-    FakePlatform& fake = fake_platform();
-    fake = FakePlatform();
+    FakePlatform fake;
     fake.parameters = {{"func", "addRule"}};
     for (const int channel : {3, 10, 191}) {
         const std::string number = std::to_string(channel);
@@ -66,7 +66,8 @@ void reset_fake_platform()
     }
     fake.schedules.reply = R"({"err_code": 0, "content": [
         {"name": "Night", "GUID": "AAAA"}, {"name": "_ALL_DAY_", "GUID": "BBBB"}]})";
-    fake.rules = R"({"ruleList": []})";
+    fake.rules.reply = R"({"ruleList": []})";
+    return fake;
 }
 
 void register_signal_handler()
@@ -121,6 +122,7 @@ int cgi_check_user_authentication_v3(tagINPUT*, t_vistra_auth_info*, unsigned in
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 {
     record("camera table");
+    std::memset(&array, 0, sizeof array);
     for (const auto& [channel, camera] : fake_platform().cameras) {
         array[channel].camera_added = camera.first;
         std::memcpy(array[channel].camera_guid, camera.second.data(), camera.second.size());
@@ -131,12 +133,13 @@ int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 int get_all_rules(json_object** out)
 {
     record("rules");
-    if (fake_platform().rules_result == 0) {
+    const auto& [result, reply] = fake_platform().rules;
+    if (result == 0) {
         json_tokener* const tokener = json_tokener_new_ex(4000);
-        *out = json_tokener_parse_ex(tokener, fake_platform().rules.c_str(), -1);
+        *out = json_tokener_parse_ex(tokener, reply.c_str(), -1);
         json_tokener_free(tokener);
     }
-    return fake_platform().rules_result;
+    return static_cast<int>(result);
 }
 
 void rule_log(const char* format, ...)
@@ -180,6 +183,12 @@ long rova_DELETE_request(const char* host, int port, const char* path, query_obj
 int b64_encode_v2(const unsigned char* data, size_t length, std::string& encoded)
 {
     encoded += "b64(" + std::string(reinterpret_cast<const char*>(data), length) + ")";
+    return 0;
+}
+
+extern "C" int usleep(useconds_t microseconds)
+{
+    fake_platform().pauses += microseconds;
     return 0;
 }
 

@@ -24,17 +24,19 @@ struct FakePlatform {
     Answer schedules;
     Answer multicall;
     std::deque<Answer> deletions;  // one for each DELETE; the default answer when none is left
-    int rules_result = 0;
-    std::string rules;  // as JSON; empty: a null document
+    Answer rules;                  // the reply as JSON; empty: a null document
     int64_t clock = 0;
     std::function<void(const std::string& call)> before_call = [](const std::string&) {};
 
     // What it was asked: each call with its arguments, in order, and each message as logged.
     std::vector<std::string> calls;
     std::vector<std::string> log;
+    unsigned int pauses = 0;  // in microseconds; they pass at once
 };
 
-// The one platform of this process. `reset` gives it cameras on channels 3, 10 and 191, a schedule
-// list with an all-day profile, an empty rule list, and the URI parameter func=addRule.
+// The one platform of this process.
 FakePlatform& fake_platform();
-void reset_fake_platform();
+
+// Cameras on channels 3, 10 and 191, a schedule list with an all-day profile, an empty rule list,
+// and the URI parameter func=addRule.
+FakePlatform usual_platform();

@@ -3,14 +3,31 @@
 #include <fstream>
 #include <map>
 #include <regex>
-#include <stdexcept>
-
-const char* const ADD_RULE_BODY =
-    R"({"rule":{"event":[{"eventID":536936448,"camera":[{"chIdx":3}]}],)"
-    R"("action":[{"ActionName":"RecordControl","chIdx":[10]}]}})";
+#include <sstream>
 
 namespace
 {
+
+void replace(std::string& text, const std::string& from, const std::string& to)
+{
+    const size_t position = text.find(from);
+    if (position != std::string::npos) {
+        text.replace(position, from.size(), to);
+    }
+}
+
+std::string expand(std::string text)
+{
+    static const std::regex repetition(R"(\{(.)\*([0-9]+)\})");
+    for (std::smatch match; std::regex_search(text, match, repetition);) {
+        text = match.prefix().str() + std::string(std::stoul(match[2]), match[1].str().front()) +
+               match.suffix().str();
+    }
+    replace(text, "ADD_RULE", ADD_RULE_BODY);
+    replace(text, "\\0", std::string(1, '\0'));
+    replace(text, "\\xff", "\xff");
+    return text;
+}
 
 // Takes the first word off a line; the rest begins behind one blank.
 std::string take_word(std::string& line)
@@ -21,119 +38,109 @@ std::string take_word(std::string& line)
     return word;
 }
 
-std::string expand(std::string text)
-{
-    static const std::regex repetition(R"(\{(.)\*([0-9]+)\})");
-    for (std::smatch match; std::regex_search(text, match, repetition);) {
-        text = match.prefix().str() + std::string(std::stoul(match[2]), match[1].str().front()) +
-               match.suffix().str();
-    }
-    const auto replace = [&](const std::string& from, const std::string& to) {
-        const size_t position = text.find(from);
-        if (position != std::string::npos) {
-            text.replace(position, from.size(), to);
-        }
-    };
-    replace("ADD_RULE", ADD_RULE_BODY);
-    replace("\\0", std::string(1, '\0'));
-    return text;
-}
-
-Answer take_answer(std::string value)
+// A number and the rest of the line.
+Answer read_answer(std::string value)
 {
     const long result = std::stol(take_word(value));
     return {result, value};
 }
 
-void arrange_camera(FakePlatform& fake, std::string value)
+void read_request(RequestCase& item, std::string value)
 {
-    const int channel = std::stoi(take_word(value));
-    const auto first_byte = static_cast<unsigned char>(std::stoi(take_word(value)));
-    fake.cameras[channel] = {first_byte, value};
+    const std::string method = take_word(value);
+    item.request = {method == "\"\"" ? "" : method, value};
+    if (method == "-") {
+        item.request.method.reset();
+    }
 }
 
-void arrange_rules(FakePlatform& fake, std::string value)
+void read_camera(RequestCase& item, const std::string& value)
 {
-    fake.rules_result = std::stoi(take_word(value));
-    fake.rules = value;
+    const auto [channel, rest] = read_answer(value);
+    const auto [first_byte, guid] = read_answer(rest);
+    item.platform.cameras[static_cast<int>(channel)] = {static_cast<unsigned char>(first_byte),
+                                                        guid};
 }
 
-void arrange_parameter(FakePlatform& fake, const std::string& value)
+void read_parameter(RequestCase& item, const std::string& value)
 {
     const size_t mark = value.find('=');
-    fake.parameters.clear();
-    if (mark != std::string::npos) {
-        fake.parameters.emplace_back(value.substr(0, mark), value.substr(mark + 1));
-    }
+    item.platform.parameters = {{value.substr(0, mark), value.substr(mark + 1)}};
 }
 
-void add_arrangement(RequestCase& item, const std::string& what, const std::string& value)
+void read_rule(RequestCase& item, std::string value)
 {
-    using Arrange = void (*)(FakePlatform&, const std::string&);
-    static const std::map<std::string, Arrange> platform = {
-        {"handle", [](FakePlatform& fake, const std::string&) { fake.has_input = false; }},
-        {"authentication",
-         [](FakePlatform& fake, const std::string& text) {
-             fake.authentication_result = std::stoi(text);
-         }},
-        {"parameter", arrange_parameter},
-        {"camera", [](FakePlatform& fake, const std::string& text) { arrange_camera(fake, text); }},
-        {"rules", [](FakePlatform& fake, const std::string& text) { arrange_rules(fake, text); }},
-        {"schedules",
-         [](FakePlatform& fake, const std::string& text) { fake.schedules = take_answer(text); }},
-        {"multicall",
-         [](FakePlatform& fake, const std::string& text) { fake.multicall = take_answer(text); }},
-        {"deletion", [](FakePlatform& fake,
-                        const std::string& text) { fake.deletions.push_back(take_answer(text)); }},
-    };
-    if (what == "length") {
-        item.request.content_length = value;
-    } else if (what == "input") {
-        item.request.close_input = true;
-    } else {
-        const Arrange arrange = platform.at(what);
-        item.arrangements.emplace_back([=](FakePlatform& fake) { arrange(fake, value); });
-    }
+    std::string& rules = item.platform.rules.reply;
+    rules = R"({"ruleList":["x",{"content":"y"},{"content":{"rule":{"CreationMethod":METHOD}},)"
+            R"("event":[{"content":{"event_profile":{"EventID":EVENT,"SourceIds":SOURCES}}}]}]})";
+    replace(rules, "METHOD", take_word(value));
+    replace(rules, "EVENT", take_word(value));
+    replace(rules, "SOURCES", value);
 }
 
-void read_line(std::vector<RequestCase>& cases, std::string line)
+void read_document(RequestCase& item, std::string value)
 {
-    const std::string word = take_word(line);
-    if (word == "=") {
-        cases.emplace_back();
-        cases.back().name = line;
-    } else if (word == "with") {
-        const std::string what = take_word(line);
-        add_arrangement(cases.back(), what, line);
-    } else if (word == ">") {
-        const std::map<std::string, const char*> statuses = {
-            {"200", "200 OK"}, {"400", "400 Bad Request"}, {"401", "401 Unauthorized"}};
-        cases.back().status = statuses.at(take_word(line));
-        cases.back().code = std::stoi(take_word(line));
-        cases.back().message = expand(line);
-    } else if (!word.empty() && word != "#") {
-        cases.back().request.method = word == "\"\"" ? "" : word;
-        if (word == "-") {
-            cases.back().request.method.reset();
-        }
-        cases.back().request.body = expand(line);
-    }
+    const std::map<std::string, std::string> texts = {
+        {"200", "200 OK"}, {"400", "400 Bad Request"}, {"401", "401 Unauthorized"}};
+    item.response = "Status: " + texts.at(take_word(value)) +
+                    "\r\nContent-type: application/json\r\n\r\n" + value + "\n\n";
 }
+
+void read_envelope(RequestCase& item, std::string value)
+{
+    const std::string status = take_word(value);
+    const auto [code, text] = read_answer(value);
+    item.code = static_cast<int>(code);
+    read_document(item, status + R"( { "ret_code": )" + std::to_string(code) +
+                            R"(, "ret_mesg": ")" + text + R"(" })");
+}
+
+using Read = void (*)(RequestCase&, std::string);
+
+const std::map<std::string, Read> LINES = {
+    {"=", [](auto& item, auto value) { item.name = value; }},
+    {"request", [](auto& item, auto value) { read_request(item, value); }},
+    {"length", [](auto& item, auto value) { item.request.content_length = value; }},
+    {"path", [](auto& item, auto value) { item.request.path_info = value; }},
+    {"no_input", [](auto& item, auto) { item.platform.has_input = false; }},
+    {"parameter", [](auto& item, auto value) { read_parameter(item, value); }},
+    {"no_parameter", [](auto& item, auto) { item.platform.parameters.clear(); }},
+    {"authentication",
+     [](auto& item, auto value) { item.platform.authentication_result = std::stoi(value); }},
+    {"tokenizer",
+     [](auto& item, auto value) { item.platform.tokenizer_result = std::stoi(value); }},
+    {"clock", [](auto& item, auto value) { item.platform.clock = std::stol(value); }},
+    {"camera", [](auto& item, auto value) { read_camera(item, value); }},
+    {"schedules", [](auto& item, auto value) { item.platform.schedules = read_answer(value); }},
+    {"rules", [](auto& item, auto value) { item.platform.rules = read_answer(value); }},
+    {"rule", [](auto& item, auto value) { read_rule(item, value); }},
+    {"multicall", [](auto& item, auto value) { item.platform.multicall = read_answer(value); }},
+    {"deletion",
+     [](auto& item, auto value) { item.platform.deletions.push_back(read_answer(value)); }},
+    {">", [](auto& item, auto value) { read_envelope(item, value); }},
+    {">>", [](auto& item, auto value) { read_document(item, value); }},
+    {"posts", [](auto& item, auto value) { item.posted.push_back(value); }},
+    {"call", [](auto& item, auto value) { item.calls.push_back(value); }},
+    {"log", [](auto& item, auto value) { item.log.push_back(value); }},
+};
 
 }  // namespace
 
-const std::vector<RequestCase>& request_cases()
+std::vector<RequestCase> read_request_cases()
 {
-    static const std::vector<RequestCase> cases = [] {
-        std::ifstream file(SOURCE_DIR "/tests/request_cases.txt");
-        std::vector<RequestCase> read;
-        for (std::string line; std::getline(file, line);) {
-            read_line(read, line);
+    std::ifstream file(SOURCE_DIR "/tests/request_cases.txt");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    std::istringstream lines(std::regex_replace(text, std::regex("\n  "), ""));
+    std::vector<RequestCase> cases;
+    for (std::string line; std::getline(lines, line);) {
+        line = expand(line);
+        const std::string word = take_word(line);
+        if (word == "=") {
+            cases.emplace_back();
         }
-        if (read.empty()) {
-            throw std::runtime_error("no cases in request_cases.txt");
+        if (!word.empty() && word != "#") {
+            LINES.at(word)(cases.back(), line);
         }
-        return read;
-    }();
+    }
     return cases;
 }

@@ -1,6 +1,10 @@
-// An HTTP service that misbehaves as it is told to: one connection, a list of steps.
+// An HTTP service that misbehaves as it is told to: one connection, one request, a list of steps.
 #pragma once
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,29 +15,27 @@ struct ServerStep {
     int pause_ms = 0;
 };
 
-// What happens to the connection after the last step.
+// What happens to the connection after the last step; `hold` waits for the client to close it.
 enum class ServerEnd { close, reset, hold };
 
 class ScriptedServer
 {
  public:
-    explicit ScriptedServer(std::vector<ServerStep> steps, ServerEnd end = ServerEnd::close,
-                            bool read_request = true);
+    explicit ScriptedServer(std::vector<ServerStep> steps, ServerEnd end = ServerEnd::close);
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
-    ~ScriptedServer();
+    ~ScriptedServer() { thread_.join(); }  // the client must have connected
 
-    int port() const { return port_; }
+    int port() const { return acceptor_.local_endpoint().port(); }
 
-    // What the client sent; waits for the connection's end.
-    const std::string& request();
+    // What the client sent; complete once it has its reply.
+    const auto& request() const { return request_; }
 
  private:
-    void serve(const std::vector<ServerStep>& steps, ServerEnd end, bool read_request);
+    void serve(const std::vector<ServerStep>& steps, ServerEnd end);
 
-    int listener_ = -1;
-    int stop_[2] = {-1, -1};  // a pipe whose closing ends a held connection
-    int port_ = 0;
-    std::string request_;
+    boost::asio::io_context context_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    boost::beast::http::request<boost::beast::http::string_body> request_;
     std::thread thread_;
 };

@@ -145,6 +145,7 @@ for (const exchange of exchanges) {
     }
 }
 
+failures.push(...tables.unmatched.map((text) => `in the sources or the table of refusals only: ${text}`));
 const documented = new Set(responses.flatMap((response) => [...response.refusals]));
 const compare = (names, others, text) =>
     [...names].filter((name) => !others.has(name)).forEach((name) => failures.push(`${text}: ${name}`));

@@ -1,9 +1,14 @@
-// The tables of refusals and of events in docs/api.md.
-import { readFileSync } from "node:fs";
+// The tables of refusals and of events in docs/api.md, and the refusals in the sources.
+import { readdirSync, readFileSync } from "node:fs";
 
 const ROW = /^\| ([^|]+) \| ([^|]+) \| ([^|]+) \| ([^|]+) \| [^|]+ \|$/gm;
 const EVENT = /0x[0-9A-F]{8} = (\d+)/g;
 const LONGEST_TEXT = 1023;
+const SOURCES = "../../rule_operation/";
+const REFUSALS = [
+    /REFUSE\(\s*err,\s*(?<code>-?\w+),\s*"(?<text>(?:[^"]|"\s*")*)"/g,
+    /err = "(?<text>[^"]+)";\s*return (?<code>-?\w+);/g,
+];
 const SHAPE_PRODUCERS = ["request document", "rule deletion"];
 const SHAPE_CODES = /^-(1[0-2]\d|30[1-3])$/;
 
@@ -26,6 +31,14 @@ function readRow([, codes, producer, text, cause]) {
     };
 }
 
+// What the sources refuse with: a code, or the name of a result that is handed on, and a text.
+function refusalsOfTheSources() {
+    const sources = readdirSync(SOURCES, { recursive: true }).filter((name) => name.endsWith(".cpp"))
+        .map((name) => readFileSync(SOURCES + name, "utf8")).join("\n");
+    return REFUSALS.flatMap((pattern) => [...sources.matchAll(pattern)])
+        .map(({ groups: { code, text } }) => ({ code, text: text.replace(/"\s*"/g, "") }));
+}
+
 export function loadTables() {
     const document = readFileSync("../api.md", "utf8");
     const rows = [...document.matchAll(ROW)].map(readRow)
@@ -35,7 +48,16 @@ export function loadTables() {
     const rowOf = ({ ret_code: code, ret_mesg: message }) =>
         rows.find((row) => row.codes.includes(String(code)) && says(row, message)) ??
         rows.find((row) => row.handedOn && says(row, message));
+    const isOf = (row) => ({ code, text }) => row.text === text &&
+        (row.codes.includes(code) || (!/^-/.test(code) && (row.handedOn || row.codes.length > 1)));
+    const inSources = refusalsOfTheSources();
     return {
+        // Refusals of the sources without a row, and rows that only a guard in the sources can give
+        // and none does.
+        unmatched: [
+            ...inSources.filter((refusal) => !rows.some((row) => isOf(row)(refusal))),
+            ...rows.filter((row) => !row.occurs && !inSources.some(isOf(row))),
+        ].map(({ text }) => text),
         // The event IDs in decimal.
         events: new Set([...document.matchAll(EVENT)].map(([, event]) => event)),
         // A refusal's code and text as the table has them.
