@@ -5,31 +5,29 @@
 # beginning of the command that starts a program of another processor. The platform must have cameras
 # on channels 0 and 191 and none on channel 9.
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/cases.sh"
 
 export LC_ALL=C  # lengths are bytes
-failures=0
 variables=(REMOTE_USER=admin)  # what every process gets; without them the caller is a stranger
 
 # check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: BODY is the standard input,
 # which stays open behind it. The response must be complete to the byte.
 check() {
-    local title=$1 expected_exit=$2 exit_status=0
     printf 'Status: %s\r\nContent-type: application/json\r\n\r\n%s\n\n' "$3" "$4" >"$scratch/expected"
     mkfifo "$scratch/input"
     exec {input}<>"$scratch/input"
     printf '%s' "$5" >&"$input"
-    timeout 20 env -i "${variables[@]}" "${@:6}" "${command[@]}" \
-        <"$scratch/input" >"$scratch/response" 2>"$scratch/errors" || exit_status=$?
+    report "$1" answers "$2" "${@:6}"
     exec {input}>&-
     rm "$scratch/input"
-    if [[ $exit_status == "$expected_exit" ]] && cmp "$scratch/expected" "$scratch/response"; then
-        echo "ok      $title"
-    else
-        echo "FAILED  $title: exit status $exit_status"
-        cat "$scratch/response" "$scratch/errors"
-        failures=$((failures + 1))
-    fi
+}
+
+# answers EXIT_STATUS [VARIABLE=VALUE...]
+answers() {
+    local exit_status=0
+    timeout 20 env -i "${variables[@]}" "${@:2}" "${command[@]}" \
+        <"$scratch/input" >"$scratch/response" || exit_status=$?
+    [[ $exit_status == "$1" ]] && cmp "$scratch/expected" "$scratch/response"
 }
 
 # refuse TITLE EXIT_STATUS CODE TEXT BODY [VARIABLE=VALUE...]: a check whose status is 400.
@@ -40,10 +38,6 @@ refuse() {
 # post TITLE EXIT_STATUS CODE TEXT BODY: the same for a request to add a rule.
 post() {
     refuse "$@" REQUEST_METHOD=POST QUERY_STRING='a=b&func=add%52ule' CONTENT_LENGTH=${#5}
-}
-
-answer() {
-    printf '{ "ret_code": %d, "ret_mesg": "%s" }' "$1" "$2"
 }
 
 # on_channel CHANNEL [MEMBERS]: a request document with further MEMBERS of its rule.

@@ -13,6 +13,7 @@
 #include "rule_operation/creation/identifiers.h"
 #include "rule_operation/documents/event_profile.h"
 #include "rule_operation/shared/diagnostics.h"
+#include "rule_operation/shared/json_reader.h"
 #include "tests/fake_platform.h"
 
 namespace
@@ -98,6 +99,15 @@ TEST_F(UnitTest, AddRulesRefusesARequestWithoutACamera)
     EXPECT_EQ(add_rules(err, text, text, event, text, channel), -204);
     EXPECT_EQ(err, "Error input event has no camera");
     EXPECT_TRUE(fake_platform().calls.empty());
+}
+
+TEST_F(UnitTest, WhatIsNotThereIsAbsent)
+{
+    for (const char* const text : {"null", "true", "7", "\"x\"", "[]", "{}"}) {
+        const auto document = json::Document::parse(text);
+        EXPECT_TRUE(document && document->root().element(0).is_absent()) << text;
+        EXPECT_TRUE(document && document->root().member("x").element(0).is_absent()) << text;
+    }
 }
 
 TEST_F(UnitTest, LogFormatsAreCutAt255Bytes)
