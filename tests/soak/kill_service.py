@@ -13,14 +13,13 @@ import random
 import re
 import subprocess
 import sys
-import threading
 import time
 
 from rule_database import Fault, read_rules, require
 
-WRITERS = 4
-RULES_OF_A_WRITER = 12  # more, and most GUIDs of the few channels are in use
-LONGEST_ROUND = 0.3  # seconds from the writers' start to the kill
+CLIENTS = 4
+ADDED_IN_A_ROUND = 20
+LONGEST_ROUND = 0.15  # seconds from the first request to the kill
 CHANNELS = (0, 1, 2, 3, 4, 5, 6, 7, 10, 191)
 EVENTS = (0x20010000, 0x20060001, 0x20060002, 0x20060003, 0x200A0001, 0x200C0001)
 
@@ -60,111 +59,78 @@ class Recorder:
         require(("200" in answer[1]) == (result.get("ret_code", 0) == 0), "status:", answer)
         return result
 
+    # Each change returns, by name, whether the rule is there after it; None when it was cut off.
 
-class Writer:
-    """Makes and deletes rules of its own and knows which of them there are."""
-
-    def __init__(self, number, recorder):
-        self.prefix = f"w{number}-"
-        self.recorder = recorder
-        self.figures = collections.Counter()
-        self.rules = {}  # GUIDs, None before it is known, by name
-        self.uncertain = {}  # by name of a rule whose making or deletion was cut off: was it there
-
-    def work(self, stop):
-        while not stop.is_set():
-            known = [name for name, guid in self.rules.items() if guid]
-            if known and random.random() < len(self.rules) / RULES_OF_A_WRITER:
-                self.delete(random.sample(known, min(len(known), random.randint(1, 3))))
-            elif len(self.rules) < RULES_OF_A_WRITER:
-                self.add()
-            else:
-                self.list()
-
-    def add(self):
-        self.figures["requests"] += 1
+    def add(self, name):
         channels = random.sample(CHANNELS, 2)
         rule = {"event": [{"eventID": random.choice(EVENTS),
                            "camera": [{"chIdx": channels[0], "alarm": [0]}]}]}
         if random.random() < 0.5:
             rule["action"] = [{"ActionName": "RecordControl", "chIdx": [channels[1]]}]
-        rule["ruleName"] = f"{self.prefix}{self.figures['requests']}-{len(rule)}"
-        answer = self.recorder.ask("POST", {"rule": rule})
-        if answer["ret_code"] == 0:
-            self.rules[rule["ruleName"]] = None
-            self.figures["created"] += 1
-        elif answer["ret_mesg"].startswith("Error ROVA POST"):
-            self.uncertain[rule["ruleName"]] = False
-            self.figures["cut off"] += 1
-        else:
-            require(NOT_ADDED.match(answer["ret_mesg"]), "adding a rule:", answer)
+        rule["ruleName"] = f"{name}-{len(rule)}"
+        answer = self.ask("POST", {"rule": rule})
+        cut_off = answer["ret_mesg"].startswith("Error ROVA POST")
+        added = answer["ret_code"] == 0
+        require(added or cut_off or NOT_ADDED.match(answer["ret_mesg"]), "adding a rule:", answer)
+        return {rule["ruleName"]: None if cut_off else added}
 
-    def delete(self, names):
-        self.figures["requests"] += 1
-        guids = [self.rules[name] for name in names]
-        answer = self.recorder.ask("DELETE", {"ruleGUID": guids})
-        deleted = len(names)
+    def delete(self, rules):
+        answer = self.ask("DELETE", {"ruleGUID": [guid for _, guid in rules]})
+        deleted = len(rules)
         if answer["ret_code"] != 0:
             position = re.match(r"<(\d)> Error ROVA Delete", answer["ret_mesg"])
             require(position, "deleting rules:", answer)
             deleted = int(position[1])
-            self.uncertain[names[deleted]] = True
-            self.figures["cut off"] += 1
-        for name in names[:deleted + 1]:
-            del self.rules[name]
-        self.figures["deleted"] += deleted
-
-    def list(self):
-        self.figures["requests"] += 1
-        answer = self.recorder.ask("GET")
-        if "ruleList" in answer:
-            self.compare({rule["name"]: rule["GUID"] for rule in answer["ruleList"]})
-
-    def compare(self, recorded):
-        """The rules of all writers on the recorder must be those that this one knows of."""
-        own = {name: guid for name, guid in recorded.items() if name.startswith(self.prefix)}
-        lost = self.rules.keys() - own.keys()
-        foreign = own.keys() - self.rules.keys() - self.uncertain.keys()
-        require(not lost and not foreign, "rules lost:", lost, "rules that should not be:", foreign)
-        self.figures["done"] += sum((name in own) != was for name, was in self.uncertain.items())
-        self.uncertain.clear()
-        self.rules = own
+        return {name: False if i < deleted else None if i == deleted else True
+                for i, (name, _) in enumerate(rules)}
 
 
-def run(recorder, writers, kills):
+def compare(outcomes, rules):
+    """The rules in the database must be those that the answers tell of."""
+    lost = {name for name, there in outcomes.items() if there} - rules.keys()
+    foreign = rules.keys() - {name for name, there in outcomes.items() if there is not False}
+    require(not lost and not foreign, "rules lost:", lost, "rules that should not be:", foreign)
+
+
+def run(recorder, kills, figures):
     service = recorder.start_service()
-    stop = threading.Event()
-    with concurrent.futures.ThreadPoolExecutor(len(writers)) as pool:
-        for _ in range(kills):
-            stop.clear()
-            work = [pool.submit(writer.work, stop) for writer in writers]
+    rules = {}
+    with concurrent.futures.ThreadPoolExecutor(CLIENTS) as clients:
+        for kill in range(kills):
+            changes = [(recorder.add, f"{kill}-{i}") for i in range(ADDED_IN_A_ROUND)]
+            old = random.sample(sorted(rules.items()), len(rules) // 2)
+            changes += [(recorder.delete, old[i:i + 3]) for i in range(0, len(old), 3)]
+            random.shuffle(changes)
+            answers = [clients.submit(*change) for change in changes]
             time.sleep(random.uniform(0, LONGEST_ROUND))
             require(service.poll() is None, "the service has ended by itself")
             service.kill()
             service.communicate()
             service = recorder.start_service()
-            stop.set()
-            for each in work:
-                each.result()
-            rules = read_rules(recorder.database)
-            for writer in writers:
-                writer.compare(rules)
+            outcomes = dict.fromkeys(rules, True)
+            for answer in answers:
+                outcomes.update(answer.result())
+            before, rules = rules, read_rules(recorder.database)
+            compare(outcomes, rules)
+            listed = recorder.ask("GET")["ruleList"]
+            require({rule["name"]: rule["GUID"] for rule in listed} == rules, "list:", listed)
+            figures["requests"] += len(changes) + 1
+            figures["created"] += len(rules.keys() - before.keys())
+            figures["deleted"] += len(before.keys() - rules.keys())
+            figures["cut off"] += list(outcomes.values()).count(None)
     service.terminate()
     require(service.wait(timeout=10) == 0, "the service does not end as it should")
+    figures["left"] = len(rules)
 
 
 def main():
-    recorder = Recorder(pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]))
-    writers = [Writer(number, recorder) for number in range(WRITERS)]
+    figures = collections.Counter()
     try:
-        run(recorder, writers, int(sys.argv[3]))
+        run(Recorder(pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])), int(sys.argv[3]), figures)
     except Fault as fault:
         sys.exit(f"kill: FAULT: {fault}")
-    figures = sum((writer.figures for writer in writers), collections.Counter())
-    left = sum(len(writer.rules) for writer in writers)
-    print(f"kill: {sys.argv[3]} kills, {figures['requests']} requests, {figures['created']} rules"
-          f" created, {figures['deleted']} deleted, {figures['cut off']} requests cut off"
-          f" ({figures['done']} of them had been carried out), {left} rules left, all whole")
+    print(f"kill: {sys.argv[3]} kills,",
+          ", ".join(f"{count} {what}" for what, count in figures.items()) + ", all whole")
 
 
 if __name__ == "__main__":
