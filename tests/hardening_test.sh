@@ -3,23 +3,20 @@
 set -euo pipefail
 
 failures=0
-
-# check PROGRAM WHAT PATTERN READELF_OPTION: what readelf prints must match.
-check() {
-    if ! readelf --wide "$4" "$1" | grep -E "$3" >/dev/null; then
-        echo "$1: no $2"
-        failures=$((failures + 1))
-    fi
-}
-
 for program in "$@"; do
-    check "$program" 'position independence' 'Type: +DYN' --file-header
-    check "$program" 'position independence' 'FLAGS_1.*PIE' --dynamic
-    check "$program" 'binding at start (full RELRO)' 'FLAGS_1.*NOW' --dynamic
-    check "$program" 'read-only relocations' 'GNU_RELRO' --program-headers
-    check "$program" 'stack without execution' 'GNU_STACK .* RW +0x' --program-headers
-    check "$program" 'stack protector' '__stack_chk_fail' --dyn-syms
-    check "$program" 'checked library calls' '__(v?snprintf|printf|fprintf|memcpy|read|fread)_chk' \
-        --dyn-syms
+    while IFS=: read -r what option pattern; do
+        if ! readelf --wide "--$option" "$program" | grep -E "$pattern" >/dev/null; then
+            echo "$program: no $what"
+            failures=$((failures + 1))
+        fi
+    done <<'END'
+position independence:file-header:Type: +DYN
+position independence:dynamic:FLAGS_1.*PIE
+binding at start (full RELRO):dynamic:FLAGS_1.*NOW
+read-only relocations:program-headers:GNU_RELRO
+stack without execution:program-headers:GNU_STACK .* RW +0x
+stack protector:dyn-syms:__stack_chk_fail
+checked library calls:dyn-syms:__(v?snprintf|printf|fprintf|memcpy|read|fread)_chk
+END
 done
 [[ $failures == 0 ]]

@@ -52,28 +52,12 @@ std::string last_log_line()
     return log.substr(log.rfind('\n') + 1);
 }
 
-TEST(HostPlatformTest, QueryIsDecoded)
+TEST(HostPlatformTest, AParameterWithAZeroByteIsLeftOut)
 {
-    // The query, null for none, and the value of its func, null where there is no such parameter.
-    const std::pair<const char*, const char*> rows[] = {
-        {nullptr, nullptr},
-        {"", nullptr},
-        {"func=addRule", "addRule"},
-        {"a=b&&func=add%52ule&func=x", "addRule"},
-        {"f%75nc=a+b%2B%26", "a b+&"},
-        {"func", ""},
-        {"func=", ""},
-        {"func=a=b", "a=b"},
-        {"func=%zz%4", "%zz%4"},
-        {"func=addRule%00x", nullptr},
-        {"func%00=addRule", nullptr},
-        {"Func=addRule", nullptr},
-    };
-    for (const auto& [query, func] : rows) {
-        query == nullptr ? unsetenv("QUERY_STRING") : setenv("QUERY_STRING", query, 1);
+    for (const char* const query : {"func=addRule%00x", "func%00=addRule"}) {
+        setenv("QUERY_STRING", query, 1);
         tagINPUT* const input = CGI_Get_Input_URL();
-        const st_cgi_parameter* const parameter = _CGI_Find_Parameter(input, "func", 0);
-        EXPECT_STREQ(parameter == nullptr ? nullptr : parameter->value, func) << query;
+        EXPECT_EQ(_CGI_Find_Parameter(input, "func", 0), nullptr) << query;
         CGI_Free_Input(input);
     }
     CGI_Free_Input(nullptr);

@@ -37,7 +37,7 @@ refuse() {
 
 # post TITLE EXIT_STATUS CODE TEXT BODY: the same for a request to add a rule.
 post() {
-    refuse "$@" REQUEST_METHOD=POST QUERY_STRING='a=b&func=add%52ule' CONTENT_LENGTH=${#5}
+    refuse "$@" REQUEST_METHOD=POST QUERY_STRING='a=b&&f%75nc=add%52ule&func=x' CONTENT_LENGTH=${#5}
 }
 
 # on_channel CHANNEL [MEMBERS]: a request document with further MEMBERS of its rule.
@@ -66,7 +66,9 @@ check 'stranger' 0 '401 Unauthorized' "$(answer -2 'Authorized failed')" '' REQU
 check 'no method' 253 '200 OK' "$(answer -3 'http method empty')" ''
 check 'unknown method' 253 '200 OK' "$(answer -3 'http method invalid')" '' REQUEST_METHOD=put
 refuse 'no function' 222 -290 'post uri can not get func parameter' '{}' REQUEST_METHOD=POST \
-    CONTENT_LENGTH=2
+    QUERY_STRING=Func=addRule CONTENT_LENGTH=2
+refuse 'function without a value' 220 -292 'uri input func=[] not supported' '{}' \
+    REQUEST_METHOD=POST QUERY_STRING=func CONTENT_LENGTH=2
 refuse 'other function' 220 -292 'uri input func=[a b\/c&=%zz] not supported' '{}' \
     REQUEST_METHOD=POST QUERY_STRING='func=a+b%2fc%26=%zz' CONTENT_LENGTH=2
 refuse 'length over the limit' 221 -291 'content data is NULL' '{}' REQUEST_METHOD=POST \

@@ -41,15 +41,8 @@ schedule() {
 # backslash escapes, wait=SECONDS, or "leave", which closes the connection at once. Otherwise the
 # server must close it, after RECEIVED: status lines and the endpoint's bodies, in one line.
 client() {
-    converse "$@" &
+    { report "$1" diff <(printf '%s' "$2") <(exchange "${@:3}") && [[ $failures == 0 ]]; } &
     clients+=($!)
-}
-
-converse() {
-    local title=$1 received=$2
-    failures=0
-    report "$title" diff <(printf '%s' "$received") <(exchange "${@:3}")
-    return "$failures"
 }
 
 exchange() {
