@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "tests/fake_platform.h"
@@ -25,13 +24,11 @@ FakePlatform& fresh_platform(const std::string& func);
 // is the number behind it if that is negative and not one of the front end's own codes.
 Answer read_answer(const std::string& section);
 
-// The calls to the services since then, a word each: "GET", "rules", "POST" or "DELETE".
-std::vector<std::string> service_calls();
-
 struct FuzzOutcome {
     std::string status;  // "200 OK"
     bool has_envelope = false;
-    int code = 0;  // of the envelope
+    int code = 0;          // of the envelope
+    std::string services;  // the services called, each "GET ", "rules ", "POST " or "DELETE "
 };
 
 // Ends the process with a message when the request was not answered with exactly one well-formed

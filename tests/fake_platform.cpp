@@ -1,7 +1,6 @@
 #include "tests/fake_platform.h"
 
 #include <json-c/json.h>
-#include <unistd.h>
 
 #include <cstdarg>
 #include <cstring>
@@ -186,7 +185,7 @@ int b64_encode_v2(const unsigned char* data, size_t length, std::string& encoded
     return 0;
 }
 
-extern "C" int usleep(useconds_t microseconds)
+extern "C" int usleep(unsigned int microseconds)
 {
     fake_platform().pauses += microseconds;
     return 0;

@@ -1,8 +1,6 @@
-// The platform of the development machine: what it makes of a request, its files and its service.
+// The platform of the development machine: what it makes of a request and of its files.
 #include <crypt.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>

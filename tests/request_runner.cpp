@@ -60,7 +60,7 @@ Outcome run_request(const Request& request)
     const int status = rule_operation_main();
     std::fclose(std::exchange(stdin, real_input));
     std::fclose(std::exchange(stdout, real_output));
-    const Outcome outcome = {std::string(output, length), status};
+    Outcome outcome = {std::string(output, length), status};
     free(output);
     record_exchange(request, outcome.response);
     return outcome;

@@ -91,12 +91,6 @@ void read_camera(RequestCase& item, const std::string& value)
                                                         guid};
 }
 
-void read_parameter(RequestCase& item, const std::string& value)
-{
-    const size_t mark = value.find('=');
-    item.platform.parameters = {{value.substr(0, mark), value.substr(mark + 1)}};
-}
-
 void read_rule(RequestCase& item, std::string value)
 {
     std::string& rules = item.platform.rules.reply;
@@ -125,15 +119,16 @@ void read_envelope(RequestCase& item, std::string value)
                                               R"(, "ret_mesg": ")" + text + R"(" })");
 }
 
-using Read = void (*)(RequestCase&, std::string);
-
-const std::map<std::string, Read> LINES = {
+const std::map<std::string, void (*)(RequestCase&, std::string)> LINES = {
     {"=", [](auto& item, auto value) { item.name = value; }},
     {"request", [](auto& item, auto value) { read_request(item, value); }},
     {"length", [](auto& item, auto value) { item.request.content_length = value; }},
     {"path", [](auto& item, auto value) { item.request.path_info = value; }},
     {"no_input", [](auto& item, auto) { item.platform.has_input = false; }},
-    {"parameter", [](auto& item, auto value) { read_parameter(item, value); }},
+    {"parameter",
+     [](auto& item, auto value) {
+         item.platform.parameters = {{take_word(value), value}};
+     }},
     {"no_parameter", [](auto& item, auto) { item.platform.parameters.clear(); }},
     {"authentication",
      [](auto& item, auto value) { item.platform.authentication_result = std::stoi(value); }},

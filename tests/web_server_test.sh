@@ -74,12 +74,6 @@ rule_head() {
         "$add" "$authority" "$(printf '%s' "$admin" | base64)"
 }
 
-# A sanitizer's finding would be there, for one.
-nothing_on_standard_error() {
-    diff <(echo "configuration service listening on 127.0.0.1:$service_port") \
-        <(cat "$state/config_service.log" "$state/rule_errors.log")
-}
-
 bin=$(realpath "${1:?the directory of the programs is missing}")
 make_scratch
 state=$scratch/state
@@ -193,6 +187,9 @@ stop_process "$service_pid"
 check 'configuration service stopped' "$admin" POST "$add" "$(quick_rule 536936448 3)" \
     '400 Bad Request' "$(answer -101 'Internal error get time profile guid fail ret=-101')"
 stop_recorder
-report 'nothing on standard error' nothing_on_standard_error
+# A sanitizer's finding would be there, for one.
+report 'nothing on standard error' diff \
+    <(echo "configuration service listening on 127.0.0.1:$service_port") \
+    <(cat "$state/config_service.log" "$state/rule_errors.log")
 
 [[ $failures == 0 ]]
