@@ -48,15 +48,16 @@ export function loadTables() {
     const rowOf = ({ ret_code: code, ret_mesg: message }) =>
         rows.find((row) => row.codes.includes(String(code)) && says(row, message)) ??
         rows.find((row) => row.handedOn && says(row, message));
-    const isOf = (row) => ({ code, text }) => row.text === text &&
+    const isFor = (row, { code, text }) => row.text === text &&
         (row.codes.includes(code) || (!/^-/.test(code) && (row.handedOn || row.codes.length > 1)));
     const inSources = refusalsOfTheSources();
     return {
-        // Refusals of the sources without a row, and rows that only a guard in the sources can give
-        // and none does.
+        // Refusals of the sources without a row, and rows of a guard that the sources lack. Whether
+        // they lack another row shows where no test produces it.
         unmatched: [
-            ...inSources.filter((refusal) => !rows.some((row) => isOf(row)(refusal))),
-            ...rows.filter((row) => !row.occurs && !inSources.some(isOf(row))),
+            ...inSources.filter((refusal) => !rows.some((row) => isFor(row, refusal))),
+            ...rows.filter((row) => !row.occurs &&
+                !inSources.some((refusal) => isFor(row, refusal))),
         ].map(({ text }) => text),
         // The event IDs in decimal.
         events: new Set([...document.matchAll(EVENT)].map(([, event]) => event)),
