@@ -27,7 +27,8 @@ answers() {
     local exit_status=0
     timeout 20 env -i "${variables[@]}" "${@:2}" "${command[@]}" \
         <"$scratch/input" >"$scratch/response" || exit_status=$?
-    [[ $exit_status == "$1" ]] && cmp "$scratch/expected" "$scratch/response"
+    diff <(echo "exit status $1"; cat "$scratch/expected") \
+        <(echo "exit status $exit_status"; cat "$scratch/response")
 }
 
 # refuse TITLE EXIT_STATUS CODE TEXT BODY [VARIABLE=VALUE...]: a check whose status is 400.
