@@ -59,7 +59,6 @@ lock_recorder  # no configuration service answers
 no_camera='GUID is NULL, please check camera is added'
 recording=', "action": [{"ActionName": "RecordControl", "chIdx": [9]}]'
 
-check 'put' 0 '200 OK' null '' REQUEST_METHOD=PUT
 check 'put with a path and a body' 0 '200 OK' null 'abc' REQUEST_METHOD=PUT PATH_INFO=/a//b/ \
     CONTENT_LENGTH=3
 check 'stranger' 0 '401 Unauthorized' "$(answer -2 'Authorized failed')" '' REQUEST_METHOD=PUT \
@@ -74,13 +73,10 @@ refuse 'other function' 220 -292 'uri input func=[a b\/c&=%zz] not supported' '{
     REQUEST_METHOD=POST QUERY_STRING='func=a+b%2fc%26=%zz' CONTENT_LENGTH=2
 refuse 'length over the limit' 221 -291 'content data is NULL' '{}' REQUEST_METHOD=POST \
     QUERY_STRING=func=addRule CONTENT_LENGTH=4096
-refuse 'length of 33 bits' 154 -102 'Error input Json no event object' '{}' REQUEST_METHOD=POST \
-    QUERY_STRING=func=addRule CONTENT_LENGTH=4294967298
 post 'no body' 221 -291 'content data is NULL' ''
 post 'bytes over 127' 155 -101 'Error input Json format error' $'\xff\xfe\x80'
 post 'longest body' 154 -102 'Error input Json no event object' "$(printf '%-4095s' '{}')"
 post 'channel without a camera' 56 -200 "Error ch-9 $no_camera" "$(on_channel 9)"
-post 'negative channel' 56 -200 "Error ch--1 $no_camera" "$(on_channel -1)"
 post 'recording channel without a camera' 45 -211 "Error recording act ch-9 $no_camera" \
     "$(on_channel 191 "$recording")"
 post 'no service behind a whole rule' 155 -101 \

@@ -231,8 +231,7 @@ TEST(RequestTest, AnExceptionIsAnsweredOnce)
         };
         const Outcome outcome = run_request({"POST", ADD_RULE_BODY});
         EXPECT_EQ(outcome.response,
-                  "Status: 400 Bad Request\r\nContent-type: application/json\r\n\r\n"
-                  "{ \"ret_code\": -4, \"ret_mesg\": \"Internal error\" }\n\n");
+                  response_text("400", R"({ "ret_code": -4, "ret_mesg": "Internal error" })"));
         EXPECT_EQ(outcome.exit_status, -4);
     }
 }

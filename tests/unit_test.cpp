@@ -5,7 +5,6 @@
 #include <regex>
 #include <set>
 
-#include "platform/camera_config.h"
 #include "rule_operation/config_access/time_profile.h"
 #include "rule_operation/creation/add_rules.h"
 #include "rule_operation/creation/identifiers.h"

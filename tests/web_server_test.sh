@@ -95,7 +95,6 @@ no_rules='{ "ruleList": [ ] }'
 check 'no credentials' '' GET '' '' '401 Unauthorized' "$refused"
 check 'wrong password' admin:wrong GET '' '' '401 Unauthorized' "$refused"
 check 'unknown user' "nobody:$recorder_password" PATCH '' '' '401 Unauthorized' "$refused"
-check 'put' "$admin" PUT '' '' '200 OK' null
 check 'path info' "$admin" PUT /some/path '' '200 OK' null
 check 'unknown method' "$admin" PATCH '' '' '200 OK' "$(answer -3 'http method invalid')"
 check 'no rules at first' "$admin" GET '' '' '200 OK' "$no_rules"
