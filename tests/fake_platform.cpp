@@ -135,6 +135,7 @@ int get_all_rules(json_object** out)
     const auto& [result, reply] = fake_platform().rules;
     if (result == 0) {
         json_tokener* const tokener = json_tokener_new_ex(4000);
+        json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
         *out = json_tokener_parse_ex(tokener, reply.c_str(), -1);
         json_tokener_free(tokener);
     }
