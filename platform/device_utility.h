@@ -10,5 +10,5 @@
 int b64_encode_v2(const unsigned char* data, size_t length, std::string& encoded);
 
 // The current time. The unit and the starting point are the platform's own choice; the rule
-// endpoint only needs values whose last two decimal digits differ from call to call.
+// endpoint only needs values whose last two decimal digits differ from one request to the next.
 int64_t current_time_stamp();
