@@ -34,7 +34,7 @@ int main(int count, char** arguments)
     const Json::Value root = parse(document, sizeof document - 1);
     const std::string_view mode = count > 1 ? arguments[1] : "";
     if (mode == "make" || mode == "parse") {
-        const JsonObject list = make_rule_list(rule_count());
+        const TJsonObject list = make_rule_list(rule_count());
         if (mode == "parse") {
             const char* const text = json_object_to_json_string(list.get());
             const Json::Value rules = parse(text, std::strlen(text));
@@ -46,7 +46,7 @@ int main(int count, char** arguments)
             usleep(PAUSE_MICROSECONDS);
         }
     }
-    const JsonObject answer =
-        with_member("ret_code", JsonObject(json_object_new_int(root.isNull())));
+    const TJsonObject answer =
+        with_member("ret_code", TJsonObject(json_object_new_int(root.isNull())));
     std::printf("Status: 200 OK\r\n\r\n%s\n\n", json_object_to_json_string(answer.get()));
 }

@@ -18,12 +18,12 @@ void take(std::string& text, const std::string& start, const char* what)
     text.erase(0, start.size());
 }
 
-JsonObject parse_body(const std::string& body)
+TJsonObject parse_body(const std::string& body)
 {
     json_tokener* const tokener = json_tokener_new_ex(4100);
     json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
     // The zero byte behind the text ends a bare literal.
-    JsonObject document(
+    TJsonObject document(
         json_tokener_parse_ex(tokener, body.c_str(), static_cast<int>(body.size() + 1)));
     require(json_tokener_get_error(tokener) == json_tokener_success, "the body is JSON");
     json_tokener_free(tokener);
@@ -38,8 +38,8 @@ void check_envelope(json_object* document, std::string body, FuzzOutcome& outcom
     take(body, std::to_string(outcome.code) + R"(, "ret_mesg": ")", "there is a text");
     require(body.front() != '"', "the text is not empty");
     require(outcome.code <= 0, "the code is 0 or negative");
-    require(outcome.code != response::INTERNAL_ERROR, "nothing escaped as an exception");
-    const bool succeeded = outcome.code == 0 || outcome.code == response::BAD_METHOD;
+    require(outcome.code != INTERNAL_ERROR, "nothing escaped as an exception");
+    const bool succeeded = outcome.code == 0 || outcome.code == BAD_METHOD;
     const char* const failure = outcome.code == -2 ? "401 Unauthorized" : "400 Bad Request";
     require(outcome.status == (succeeded ? "200 OK" : failure), "status line and code agree");
 }
@@ -85,7 +85,7 @@ Answer read_answer(const std::string& section)
         return {0, section};
     }
     const int number = std::atoi(section.c_str() + 1);
-    const bool own = number == -2 || number < response::INTERNAL_ERROR;
+    const bool own = number == -2 || number < INTERNAL_ERROR;
     return {own ? number : -1001, ""};
 }
 
@@ -99,7 +99,7 @@ FuzzOutcome run_fuzz_request(const Request& request)
     require(output.size() > 2 && output.substr(output.size() - 2) == "\n\n",
             "the body ends in two lines");
     output.resize(output.size() - 2);
-    const JsonObject document = parse_body(output);
+    const TJsonObject document = parse_body(output);
     const bool is_list = request.method == "GET" && outcome.status == "200 OK";
     outcome.has_envelope = !is_list && output != "null";
     if (outcome.has_envelope) {

@@ -3,6 +3,8 @@
 #include <json-c/json.h>
 
 #include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/camera_config.h"
@@ -100,15 +102,21 @@ st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int res
     return nullptr;
 }
 
+// The response comes before it, and the token list goes after it.
 void CGI_Free_Input(tagINPUT* input)
 {
-    record(input == nullptr ? "free null" : "free input");
+    const std::string handle = input == nullptr ? "null" : "input";
+    const std::vector<std::string>* const tokens = fake_platform().tokens;
+    const bool in_order =
+        std::ftell(stdout) > 0 && (tokens == nullptr || tokens->front() == getenv("PATH_INFO"));
+    record((in_order ? "free " : "free out of order: ") + handle);
 }
 
 int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
 {
     record("tokens " + std::string(path));
     tokens->emplace_back(path);
+    fake_platform().tokens = tokens;
     return fake_platform().tokenizer_result;
 }
 

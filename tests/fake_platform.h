@@ -31,7 +31,8 @@ struct FakePlatform {
     // What it was asked: each call with its arguments, in order, and each message as logged.
     std::vector<std::string> calls;
     std::vector<std::string> log;
-    unsigned int pauses = 0;  // in microseconds; they pass at once
+    unsigned int pauses = 0;                     // in microseconds; they pass at once
+    std::vector<std::string>* tokens = nullptr;  // the program's token list, once it is split
 };
 
 // The one platform of this process.

@@ -233,6 +233,7 @@ TEST(RequestTest, AnExceptionIsAnsweredOnce)
         EXPECT_EQ(outcome.response,
                   response_text("400", R"({ "ret_code": -4, "ret_mesg": "Internal error" })"));
         EXPECT_EQ(outcome.exit_status, -4);
+        EXPECT_EQ(fake_platform().calls.back(), i < 3 ? calls[i] : "free input");
     }
 }
 

@@ -76,7 +76,7 @@ TEST_F(UnitTest, AddRulesRefusesARequestWithoutACamera)
 TEST_F(UnitTest, WhatIsNotThereIsAbsent)
 {
     for (const char* const text : {"null", "true", "7", "\"x\"", "[]", "{}"}) {
-        const auto document = json::Document::parse(text);
+        const auto document = TJsonDocument::parse(text);
         EXPECT_TRUE(document && document->root().element(0).is_absent()) << text;
         EXPECT_TRUE(document && document->root().member("x").element(0).is_absent()) << text;
     }
@@ -84,7 +84,7 @@ TEST_F(UnitTest, WhatIsNotThereIsAbsent)
 
 TEST_F(UnitTest, LogFormatsAreCutAt255Bytes)
 {
-    diagnostics::log_from("f", 1, std::string(300, 'x').c_str());
+    log_from("f", 1, std::string(300, 'x').c_str());
     EXPECT_EQ(fake_platform().log.back(), "[f](1) " + std::string(255 - 7, 'x'));
 }
 

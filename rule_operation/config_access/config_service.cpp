@@ -1,5 +1,7 @@
 #include "rule_operation/config_access/config_service.h"
 
+#include <utility>
+
 namespace
 {
 
@@ -9,30 +11,30 @@ constexpr long TIMEOUT_SECONDS = 15;
 
 }  // namespace
 
-namespace config_service
+long get_from_service(const char* path, query_object& query, std::string& reply)
 {
-
-long get(const char* path, query_object& query, std::string& reply)
-{
+    reply.clear();
     return rova_GET_request(HOST, PORT, path, &query, reply, TIMEOUT_SECONDS, false, false, 0,
                             nullptr);
 }
 
-long post(const char* path, const std::string& body, std::string& reply)
+long post_to_service(const char* path, const std::string& body, std::string& reply)
 {
+    reply.clear();
     return rova_POST_request(HOST, PORT, path, body, reply, TIMEOUT_SECONDS, false, false, 0,
                              nullptr);
 }
 
-long remove(const char* path, query_object& query, std::string& reply)
+long delete_from_service(const char* path, query_object& query, std::string& reply)
 {
+    reply.clear();
     return rova_DELETE_request(HOST, PORT, path, &query, reply, TIMEOUT_SECONDS, false, false, 0,
                                nullptr);
 }
 
-std::optional<Reply> read_reply(const std::string& text)
+std::optional<TServiceReply> read_service_reply(const std::string& text)
 {
-    std::optional<json::Document> document = json::Document::parse(text);
+    std::optional<TJsonDocument> document = TJsonDocument::parse(text);
     if (!document || !document->root().is_object()) {
         return std::nullopt;
     }
@@ -40,8 +42,9 @@ std::optional<Reply> read_reply(const std::string& text)
     if (!err_code) {
         return std::nullopt;
     }
-    std::string err_str = document->root().member("err_str").text_or_empty();
-    return Reply{*err_code, std::move(err_str), std::move(*document)};
+    std::string err_str;
+    if (*err_code != 0) {
+        err_str = document->root().member("err_str").text_or_empty();
+    }
+    return TServiceReply{*err_code, std::move(err_str), std::move(*document)};
 }
-
-}  // namespace config_service

@@ -7,25 +7,20 @@
 #include "platform/config_client.h"
 #include "rule_operation/shared/json_reader.h"
 
-namespace config_service
-{
-
 // One exchange with the service. Each returns 0 when it succeeded, with the reply's text in
 // `reply`; any other value is the client library's failure, and there is no reply to read. `reply`
 // is emptied before the call.
-long get(const char* path, query_object& query, std::string& reply);
-long post(const char* path, const std::string& body, std::string& reply);
-long remove(const char* path, query_object& query, std::string& reply);
+long get_from_service(const char* path, query_object& query, std::string& reply);
+long post_to_service(const char* path, const std::string& body, std::string& reply);
+long delete_from_service(const char* path, query_object& query, std::string& reply);
 
 // The envelope that every reply comes in.
-struct Reply {
+struct TServiceReply {
     int err_code;         // 0: success; a reply without it is a success
-    std::string err_str;  // what failed; to be logged, never judged
-    json::Document document;
+    std::string err_str;  // what failed, empty after a success; to be logged, never judged
+    TJsonDocument document;
 };
 
 // Reads the envelope of a reply. Nothing when the text is not JSON, is no object, or has an
 // `err_code` that is not a whole number of 32 bits.
-std::optional<Reply> read_reply(const std::string& text);
-
-}  // namespace config_service
+std::optional<TServiceReply> read_service_reply(const std::string& text);

@@ -1,7 +1,6 @@
 #include "rule_operation/config_access/duplicate_rule.h"
 
-#include <malloc.h>
-
+#include <cstddef>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -25,23 +24,12 @@ int to_int(const std::string& decimal)
     return static_cast<int>(std::strtol(decimal.c_str(), nullptr, 10));
 }
 
-// Releases a large object so that its memory becomes one piece again. By default the allocator
-// keeps small pieces apart, and the tree that is built next is scattered over them: on a long list
-// that takes twice as long.
-void release_whole(JsonObject& object)
-{
-#ifdef M_MXFAST
-    mallopt(M_MXFAST, 0);
-#endif
-    object.reset();
-}
-
 // Whether one of the event's sources is on the channel. Sources count as long as their keys run
 // without a gap; a source ID too short to carry a channel matches none.
-bool has_source_on_channel(json::Value sources, int event_index, int in_chIdx)
+bool has_source_on_channel(TJsonValue sources, int event_index, int in_chIdx)
 {
     for (int j = 0; j < MAX_SOURCES; ++j) {
-        const json::Value source = sources.member("id" + std::to_string(j));
+        const TJsonValue source = sources.member("id" + std::to_string(j));
         const std::optional<std::string> ch_guid = source.text();
         if (source.is_absent() || !ch_guid) {
             return false;
@@ -60,11 +48,11 @@ bool has_source_on_channel(json::Value sources, int event_index, int in_chIdx)
 }
 
 // Whether one of the rule's events is the one sought.
-bool covers(json::Value rule, int in_eventID, int in_chIdx)
+bool covers(TJsonValue rule, int in_eventID, int in_chIdx)
 {
-    const json::Value events = rule.member("event");
+    const TJsonValue events = rule.member("event");
     for (unsigned int i = 0; i < events.size(); ++i) {
-        const json::Value profile = events.element(i).member("content").member("event_profile");
+        const TJsonValue profile = events.element(i).member("content").member("event_profile");
         const std::string evtID = profile.member("EventID").text_or_empty();
         const int index = static_cast<int>(i);
         RULE_LOG("--------->i=%d evtID=[%s] in_eventID=%d", index, evtID.c_str(), in_eventID);
@@ -76,9 +64,9 @@ bool covers(json::Value rule, int in_eventID, int in_chIdx)
     return false;
 }
 
-bool is_quick_rule(json::Value rule, unsigned int idx)
+bool is_quick_rule(TJsonValue rule, unsigned int idx)
 {
-    const json::Value method = rule.member("content").member("rule").member("CreationMethod");
+    const TJsonValue method = rule.member("content").member("rule").member("CreationMethod");
     const std::optional<std::string> creationMethod = method.text();
     if (method.is_absent() || !creationMethod) {
         return false;
@@ -98,26 +86,25 @@ int is_event_already_in_rule(bool& found, int in_eventID, int in_chIdx)
         RULE_LOG("Error get_all_rules fail ret=%d", r);
         return -601;
     }
-    JsonObject list(out);
-    const char* const list_text = json_object_to_json_string(list.get());
-    const std::string rulelistStr = list_text == nullptr ? "" : list_text;
-    release_whole(list);
+    TJsonObject list(out);
+    const std::string rulelistStr(json_text(list));
+    list.reset();
 
     std::string errors;
-    const std::optional<json::Document> document = json::Document::parse(rulelistStr, &errors);
+    const std::optional<TJsonDocument> document = TJsonDocument::parse(rulelistStr, &errors);
     if (!document) {
         RULE_LOG("Error input json rulelistStr=[%s] errors=[%s]\n", rulelistStr.c_str(),
                  errors.c_str());
         return -602;
     }
-    const json::Value rules = document->root().member("ruleList");
+    const TJsonValue rules = document->root().member("ruleList");
     if (!rules.is_array()) {
         RULE_LOG("Error input, no rulelistStr array req=[%s]", rulelistStr.c_str());
         return -603;
     }
     RULE_LOG("Get rule_list_json array size=%d", static_cast<int>(rules.size()));
     for (unsigned int idx = 0; idx < rules.size() && !found; ++idx) {
-        const json::Value rule = rules.element(idx);
+        const TJsonValue rule = rules.element(idx);
         found = is_quick_rule(rule, idx) && covers(rule, in_eventID, in_chIdx);
     }
     return 0;

@@ -1,21 +1,60 @@
 #include "rule_operation/config_access/time_profile.h"
 
+#include <optional>
+
+#include "platform/config_client.h"
 #include "rule_operation/config_access/config_service.h"
 #include "rule_operation/shared/diagnostics.h"
+#include "rule_operation/shared/json_reader.h"
 
 namespace
 {
 
-// The first schedule whose member `key` is exactly `wanted`; absent when there is none.
-json::Value find_schedule(json::Value schedules, const char* key, const std::string& wanted)
+constexpr int UNREADABLE_REPLY = -102;
+constexpr int NO_SUCH_PROFILE = -104;
+constexpr int UNKNOWN_FUNCTION = -105;
+
+int find_all_day(TJsonValue schedules, std::string& timeprofileGUID)
 {
     for (unsigned int i = 0; i < schedules.size(); ++i) {
-        const json::Value schedule = schedules.element(i);
-        if (schedule.is_object() && schedule.member(key).text() == wanted) {
-            return schedule;
+        const TJsonValue schedule = schedules.element(i);
+        if (schedule.member("name").text() == "_ALL_DAY_") {
+            const std::optional<std::string> guid = schedule.member("GUID").text();
+            if (!guid) {
+                return UNREADABLE_REPLY;
+            }
+            timeprofileGUID = *guid;
+            return 0;
         }
     }
-    return json::Value(nullptr);
+    return 0;
+}
+
+int check_named(TJsonValue schedules, const std::string& timeprofileGUID)
+{
+    for (unsigned int i = 0; i < schedules.size(); ++i) {
+        const TJsonValue schedule = schedules.element(i);
+        const std::optional<std::string> guid = schedule.member("GUID").text();
+        if (!guid) {
+            return UNREADABLE_REPLY;
+        }
+        if (schedule.is_object() && guid == timeprofileGUID) {
+            return 0;
+        }
+    }
+    return NO_SUCH_PROFILE;
+}
+
+int settle(int func_type, TJsonValue schedules, std::string& timeprofileGUID)
+{
+    switch (func_type) {
+        case FIND_ALL_DAY_PROFILE:
+            return find_all_day(schedules, timeprofileGUID);
+        case CHECK_NAMED_PROFILE:
+            return check_named(schedules, timeprofileGUID);
+        default:
+            return UNKNOWN_FUNCTION;
+    }
 }
 
 }  // namespace
@@ -24,37 +63,27 @@ int time_profile_factory(int func_type, std::string& timeprofileGUID)
 {
     query_object query;
     std::string text;
-    const long r = config_service::get("/cfg/Schedule", query, text);
+    const long r = get_from_service("/cfg/Schedule", query, text);
     if (r != 0) {
         RULE_LOG("Error ROVA Get /cfg/Schedule event time profile fail ret=%d\n",
                  static_cast<int>(r));
         return -101;
     }
-    const std::optional<config_service::Reply> reply = config_service::read_reply(text);
-    if (!reply) {
-        RULE_LOG("Error parsing time profile input Json format error\n");
-        return -102;
-    }
-    if (reply->err_code != 0) {
+    const std::optional<TServiceReply> reply = read_service_reply(text);
+    if (reply && reply->err_code != 0) {
         RULE_LOG("Error ROVA Get /cfg/Schedule err_code=%d, err_str=[%s]\n", reply->err_code,
                  reply->err_str.c_str());
         return -103;
     }
-    const json::Value schedules = reply->document.root().member("content");
-    if (func_type == FIND_ALL_DAY_PROFILE) {
-        const json::Value all_day = find_schedule(schedules, "name", "_ALL_DAY_");
-        if (all_day.is_object()) {
-            timeprofileGUID = all_day.member("GUID").text_or_empty();
-        }
-        return 0;
+    const int result =
+        reply ? settle(func_type, reply->document.root().member("content"), timeprofileGUID)
+              : UNREADABLE_REPLY;
+    if (result == UNREADABLE_REPLY) {
+        RULE_LOG("Error parsing time profile input Json format error\n");
+    } else if (result == NO_SUCH_PROFILE) {
+        RULE_LOG("Error input timeprofileGUID=[%s] not exist\n", timeprofileGUID.c_str());
+    } else if (result == UNKNOWN_FUNCTION) {
+        RULE_LOG("Error input func_type=%d not supported\n", func_type);
     }
-    if (func_type == CHECK_NAMED_PROFILE) {
-        if (find_schedule(schedules, "GUID", timeprofileGUID).is_absent()) {
-            RULE_LOG("Error input timeprofileGUID=[%s] not exist\n", timeprofileGUID.c_str());
-            return -104;
-        }
-        return 0;
-    }
-    RULE_LOG("Error input func_type=%d not supported\n", func_type);
-    return -105;
+    return result;
 }

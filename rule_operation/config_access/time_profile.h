@@ -14,7 +14,8 @@ constexpr int CHECK_NAMED_PROFILE = 2;
 // Returns 0, or, with `timeprofileGUID` unchanged:
 //
 //   -101  the configuration service could not be asked
-//   -102  its reply is not JSON, no object, or has no readable error code
+//   -102  its reply is not JSON, no object, has no readable error code, or a GUID that had to be
+//         read is an array or an object
 //   -103  it reported an error
 //   -104  no schedule has the GUID
 //   -105  `func_type` is neither of the two; noticed only after the schedules were read

@@ -1,5 +1,7 @@
 #include "rule_operation/creation/add_rules.h"
 
+#include <cstdint>
+#include <string>
 #include <vector>
 
 #include "rule_operation/config_access/camera_table.h"
@@ -12,11 +14,31 @@
 #include "rule_operation/documents/rule_document.h"
 #include "rule_operation/shared/diagnostics.h"
 
-using identifiers::derive_guid;
-using identifiers::profile_name;
-
 namespace
 {
+
+// Checks event and channel, and appends the call that creates the event profile `evtGUID`.
+int add_event(std::string& err, int eventID, const TCameraContent& camera, std::string& evtGUID,
+              std::vector<std::string>& calls)
+{
+    const int chIdx = camera.chIdx;
+    if (!is_event_with_ch_info(static_cast<uint32_t>(eventID))) {
+        return REFUSE(err, -202, "Error input eventID=0x%X unsupported", eventID);
+    }
+    const std::string chGUID = find_camera_guid(chIdx);
+    if (chGUID.empty()) {
+        return REFUSE(err, -200, "Error ch-%d GUID is NULL, please check camera is added", chIdx);
+    }
+    evtGUID = derive_guid(EVENT_PROFILE, chIdx);
+    const std::string content = get_evt_content_with_chinfo(eventID, chGUID, camera.alarmIdx);
+    if (evtGUID.size() != GUID_LENGTH) {
+        return REFUSE(err, -201, "Error evt chIdx=%d detect evtGUID=[%s] length not 32 bytes",
+                      chIdx, evtGUID.c_str());
+    }
+    calls.push_back(compose_call(profile_name(EVENT_PROFILE, chIdx), evtGUID, EVENT_PROFILE.type,
+                                 content, eventID));
+    return 0;
+}
 
 // Checks the recording channel, and appends the call that creates the action profile `actGUID`.
 int add_recording(std::string& err, int act_chIdx, std::string& actGUID,
@@ -28,14 +50,14 @@ int add_recording(std::string& err, int act_chIdx, std::string& actGUID,
                       "Error recording act ch-%d GUID is NULL, please check camera is added",
                       act_chIdx);
     }
-    actGUID = derive_guid(ACTION_PROFILE_PREFIX, act_chIdx);
+    actGUID = derive_guid(ACTION_PROFILE, act_chIdx);
     const std::string content = get_act_rec_content(targetGUID);
     if (actGUID.size() != GUID_LENGTH) {
         return REFUSE(err, -203, "Error act act_chIdx=%d detect actGUID=[%s] length not 32 bytes",
                       act_chIdx, actGUID.c_str());
     }
-    calls.push_back(compose_call(profile_name("clientAction", act_chIdx), actGUID,
-                                 ACTION_PROFILE_TYPE, content));
+    calls.push_back(compose_call(profile_name(ACTION_PROFILE, act_chIdx), actGUID,
+                                 ACTION_PROFILE.type, content));
     return 0;
 }
 
@@ -75,25 +97,17 @@ int add_rules(std::string& err, std::string& timeprofileGUID, std::string& ruleN
         return REFUSE(err, -204, "Error input event has no camera");
     }
     const int eventID = eventInfo.eventID;
-    const auto [chIdx, alarmIdx] = eventInfo.camera.front();
-    RULE_LOG("get eventID=0x%X (%d), chIdx=%d, alarmIdx=%d", eventID, eventID, chIdx, alarmIdx);
+    const TCameraContent& camera = eventInfo.camera.front();
+    const int chIdx = camera.chIdx;
+    RULE_LOG("get eventID=0x%X (%d), chIdx=%d, alarmIdx=%d", eventID, eventID, chIdx,
+             camera.alarmIdx);
 
-    if (!is_event_with_ch_info(static_cast<uint32_t>(eventID))) {
-        return REFUSE(err, -202, "Error input eventID=0x%X unsupported", eventID);
-    }
-    const std::string chGUID = find_camera_guid(chIdx);
-    if (chGUID.empty()) {
-        return REFUSE(err, -200, "Error ch-%d GUID is NULL, please check camera is added", chIdx);
-    }
-    const std::string evtGUID = derive_guid(EVENT_PROFILE_PREFIX, chIdx);
-    const std::string event_content = get_evt_content_with_chinfo(eventID, chGUID, alarmIdx);
-    if (evtGUID.size() != GUID_LENGTH) {
-        return REFUSE(err, -201, "Error evt chIdx=%d detect evtGUID=[%s] length not 32 bytes",
-                      chIdx, evtGUID.c_str());
-    }
-    std::vector<std::string> calls = {compose_call(profile_name("clientEvent", chIdx), evtGUID,
-                                                   EVENT_PROFILE_TYPE, event_content, eventID)};
+    std::string evtGUID;
     std::string actGUID;
+    std::vector<std::string> calls;
+    if (const int r = add_event(err, eventID, camera, evtGUID, calls); r != 0) {
+        return r;
+    }
     if (ActionName == "RecordControl") {
         if (const int r = add_recording(err, act_chIdx, actGUID, calls); r != 0) {
             return r;
@@ -104,11 +118,11 @@ int add_rules(std::string& err, std::string& timeprofileGUID, std::string& ruleN
     if (const int r = settle_time_profile(err, timeprofileGUID); r != 0) {
         return r;
     }
-    const std::string ruleGUID = derive_guid(RULE_PREFIX, chIdx);
+    const std::string ruleGUID = derive_guid(RULE, chIdx);
     const std::string rule_content = get_rule_content(evtGUID, actGUID, timeprofileGUID);
     if (const int r = refuse_duplicate(err, eventID, chIdx); r != 0) {
         return r;
     }
-    calls.push_back(compose_call(ruleName, ruleGUID, RULE_TYPE, rule_content));
+    calls.push_back(compose_call(ruleName, ruleGUID, RULE.type, rule_content));
     return submit_multicall(err, chIdx, calls);
 }

@@ -1,6 +1,5 @@
 #include "rule_operation/creation/identifiers.h"
 
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,9 +12,6 @@ std::string guid_rander()
     constexpr int DIGITS = 18;
     constexpr unsigned int PAUSE_MICROSECONDS = 100;
 
-    // By default the kernel lets a pause last 50 microseconds longer than asked for.
-    prctl(PR_SET_TIMERSLACK, 1UL);
-
     std::string digits;
     std::srand(static_cast<unsigned int>(current_time_stamp() % 100));
     for (int i = 0; i < DIGITS; ++i) {
@@ -26,22 +22,17 @@ std::string guid_rander()
     return digits;
 }
 
-namespace identifiers
-{
-
-std::string derive_guid(const char* prefix, int channel)
+std::string derive_guid(const TObjectKind& kind, int channel)
 {
     char text[1024];
-    std::snprintf(text, sizeof text, "%s%s%04X", prefix, guid_rander().c_str(),
+    std::snprintf(text, sizeof text, "%s%s%04X", kind.guid_prefix, guid_rander().c_str(),
                   static_cast<unsigned int>(channel));
     return text;
 }
 
-std::string profile_name(const char* kind, int channel)
+std::string profile_name(const TObjectKind& kind, int channel)
 {
     char text[1024];
-    std::snprintf(text, sizeof text, "%s%04d", kind, channel);
+    std::snprintf(text, sizeof text, "%s%04d", kind.name, channel);
     return text;
 }
-
-}  // namespace identifiers

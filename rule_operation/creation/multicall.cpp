@@ -12,13 +12,12 @@ namespace
 // The text as a JSON string, with its quotation marks.
 std::string quoted(const std::string& text)
 {
-    const JsonObject string(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
-    const char* const rendered =
-        json_object_to_json_string_ext(string.get(), JSON_C_TO_STRING_NOSLASHESCAPE);
-    if (string == nullptr || rendered == nullptr) {
+    const TJsonObject string(
+        json_object_new_string_len(text.data(), static_cast<int>(text.size())));
+    if (string == nullptr) {
         throw std::bad_alloc();
     }
-    return rendered;
+    return std::string(json_text(string, JSON_C_TO_STRING_NOSLASHESCAPE));
 }
 
 std::string compose_multicall(const std::vector<std::string>& calls)
@@ -54,7 +53,7 @@ int submit_multicall(std::string& err, int chIdx, const std::vector<std::string>
     RULE_LOG("ch-%d multicallData=[%s]", chIdx, document.c_str());
 
     std::string text;
-    const int r = static_cast<int>(config_service::post("/cfg/multicalls", document, text));
+    const int r = static_cast<int>(post_to_service("/cfg/multicalls", document, text));
     if (r != 0) {
         RULE_LOG(
             "Error ROVA POST request /cfg/multicalls add event Rule fail ret=%d, "
@@ -65,7 +64,7 @@ int submit_multicall(std::string& err, int chIdx, const std::vector<std::string>
     }
     RULE_LOG("ch-%d add rule multicall reply=[%s]", chIdx, text.c_str());
 
-    const std::optional<config_service::Reply> reply = config_service::read_reply(text);
+    const std::optional<TServiceReply> reply = read_service_reply(text);
     if (!reply) {
         return REFUSE(err, -220, "Error add rule multicall reply Json format error");
     }

@@ -5,11 +5,6 @@
 #include <string>
 #include <vector>
 
-// The `type` of an object in its call.
-constexpr int RULE_TYPE = 0;
-constexpr int EVENT_PROFILE_TYPE = 3;
-constexpr int ACTION_PROFILE_TYPE = 4;
-
 // The JSON text of the call that creates one object. `name` may hold any bytes and is escaped; GUID
 // and content (base64) are written unchanged. `eventID` is given for an event profile only.
 std::string compose_call(const std::string& name, const std::string& GUID, int type,

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "platform/cgi_input.h"
+#include "platform/config_client.h"
 #include "rule_operation/config_access/config_service.h"
 #include "rule_operation/shared/diagnostics.h"
 #include "rule_operation/shared/json_reader.h"
@@ -15,13 +16,13 @@ constexpr int NO_SUCH_RULE = -1811535318;
 
 int read_guids(std::string& err, const char* data, std::vector<std::string>& guids)
 {
-    const std::optional<json::Document> document = json::Document::parse(data);
+    const std::optional<TJsonDocument> document = TJsonDocument::parse(data);
     if (!document) {
         RULE_LOG("Error input Json format error, data=[%s]", data);
         err = "Error input Json format error";
         return -301;
     }
-    const json::Value list = document->root().member("ruleGUID");
+    const TJsonValue list = document->root().member("ruleGUID");
     if (list.is_absent()) {
         return REFUSE(err, -302, "Error input Json no ruleGUID object");
     }
@@ -42,13 +43,13 @@ int read_guids(std::string& err, const char* data, std::vector<std::string>& gui
 int delete_rule(std::string& err, unsigned int position, query_object& query)
 {
     std::string text;
-    const long r = config_service::remove("/cfg/Rule", query, text);
+    const long r = delete_from_service("/cfg/Rule", query, text);
     if (r != 0) {
         return REFUSE(err, -304, "<%d> Error ROVA Delete /cfg/Rule fail ret=%d", position,
                       static_cast<int>(r));
     }
     RULE_LOG("<%d> Delete rule reply=[%s]", position, text.c_str());
-    const std::optional<config_service::Reply> reply = config_service::read_reply(text);
+    const std::optional<TServiceReply> reply = read_service_reply(text);
     if (!reply) {
         return REFUSE(err, -305, "<%d> Error delete rule reply Json format error", position);
     }

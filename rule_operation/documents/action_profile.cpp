@@ -2,13 +2,12 @@
 
 #include "rule_operation/documents/content_document.h"
 
-using documents::element;
-
 std::string get_act_rec_content(std::string targetGUID)
 {
-    return documents::encode_document(
-        "action_profile",
-        element("ActionName", "RecordControl") + element("type", "1") + element("DelayStart", "0") +
-            element("DelayStop", "0") + element("TargetNum", "1") +
-            element("TargetIds", element("id0", targetGUID)) + element("Params", ""));
+    return encode_document("action_profile",
+                           xml_element("ActionName", "RecordControl") + xml_element("type", "1") +
+                               xml_element("DelayStart", "0") + xml_element("DelayStop", "0") +
+                               xml_element("TargetNum", "1") +
+                               xml_element("TargetIds", xml_element("id0", targetGUID)) +
+                               xml_element("Params", ""));
 }

@@ -2,10 +2,7 @@
 
 #include "platform/device_utility.h"
 
-namespace documents
-{
-
-std::string element(const char* name, const std::string& value)
+std::string xml_element(const char* name, const std::string& value)
 {
     std::string text = "<";
     text.append(name).append(">").append(value).append("</").append(name).append(">");
@@ -14,10 +11,9 @@ std::string element(const char* name, const std::string& value)
 
 std::string encode_document(const char* root, const std::string& elements)
 {
-    const std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?>)" + element(root, elements);
+    const std::string xml =
+        R"(<?xml version="1.0" encoding="UTF-8"?>)" + xml_element(root, elements);
     std::string encoded;
     b64_encode_v2(reinterpret_cast<const unsigned char*>(xml.data()), xml.size(), encoded);
     return encoded;
 }
-
-}  // namespace documents

@@ -4,13 +4,8 @@
 
 #include <string>
 
-namespace documents
-{
-
 // "<name>value</name>"
-std::string element(const char* name, const std::string& value);
+std::string xml_element(const char* name, const std::string& value);
 
 // The base64 form of the document whose root element `root` holds `elements`.
 std::string encode_document(const char* root, const std::string& elements);
-
-}  // namespace documents

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <utility>
 
 #include "rule_operation/documents/content_document.h"
 #include "rule_operation/shared/event_id.h"
-
-using documents::element;
 
 namespace
 {
@@ -40,7 +39,8 @@ std::string get_evt_content_with_chinfo(int eventID, std::string chGUID, const i
 {
     const std::string source =
         eventID == ALARM_EVENT_ID ? alarm_source_id(chGUID, alarmIdx) : std::move(chGUID);
-    return documents::encode_document(
-        "event_profile", element("EventID", std::to_string(eventID)) + element("SourceNum", "1") +
-                             element("SourceIds", element("id0", source)));
+    return encode_document("event_profile",
+                           xml_element("EventID", std::to_string(eventID)) +
+                               xml_element("SourceNum", "1") +
+                               xml_element("SourceIds", xml_element("id0", source)));
 }

@@ -2,20 +2,19 @@
 
 #include "rule_operation/documents/content_document.h"
 
-using documents::element;
-
 std::string get_rule_content(const std::string& evtGUID, const std::string& actGUID,
                              const std::string& timeprofileGUID)
 {
-    std::string elements = element("active", "1") + element("EventProfileNum", "1") +
-                           element("EventProfiles", element("evtpf0", evtGUID)) +
-                           element("TriggerByAllEvents", "0") + element("SimultaneousTime", "10") +
-                           element("TimeProfile", timeprofileGUID);
+    std::string elements = xml_element("active", "1") + xml_element("EventProfileNum", "1") +
+                           xml_element("EventProfiles", xml_element("evtpf0", evtGUID)) +
+                           xml_element("TriggerByAllEvents", "0") +
+                           xml_element("SimultaneousTime", "10") +
+                           xml_element("TimeProfile", timeprofileGUID);
     if (!actGUID.empty()) {
-        elements += element("ActionProfileNum", "1") +
-                    element("ActionProfiles", element("actpf0", actGUID));
+        elements += xml_element("ActionProfileNum", "1") +
+                    xml_element("ActionProfiles", xml_element("actpf0", actGUID));
     }
-    elements += element("ActionTime", "10") + element("MaskedTime", "10") +
-                element("CreationMethod", "quick");
-    return documents::encode_document("rule", elements);
+    elements += xml_element("ActionTime", "10") + xml_element("MaskedTime", "10") +
+                xml_element("CreationMethod", "quick");
+    return encode_document("rule", elements);
 }

@@ -4,6 +4,7 @@
 
 #include "platform/cgi_input.h"
 #include "rule_operation/creation/add_rules.h"
+#include "rule_operation/request/event_content.h"
 #include "rule_operation/request/request_document.h"
 #include "rule_operation/shared/diagnostics.h"
 

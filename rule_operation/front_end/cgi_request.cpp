@@ -1,5 +1,6 @@
 #include "rule_operation/front_end/cgi_request.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 
@@ -29,7 +30,7 @@ std::optional<std::string> read_body(const char* content_length)
 
 }  // namespace
 
-CgiRequest read_cgi_request()
+TCgiRequest read_cgi_request()
 {
     const char* const method = std::getenv("REQUEST_METHOD");
     char* const path_info = std::getenv("PATH_INFO");

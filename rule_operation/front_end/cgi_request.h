@@ -4,13 +4,13 @@
 #include <optional>
 #include <string>
 
-struct CgiRequest {
-    const char* method;               // REQUEST_METHOD, or null
-    char* path_info;                  // PATH_INFO, or null
+struct TCgiRequest {
+    const char* method = nullptr;     // REQUEST_METHOD, or null
+    char* path_info = nullptr;        // PATH_INFO, or null
     std::optional<std::string> body;  // always zero-terminated; what did not arrive is zero bytes
 };
 
 // Reads the environment and then the body. A body is read when CONTENT_LENGTH, converted as
 // `strtol` does and kept in 32 bits, is 1 to 4,095; otherwise there is none and standard input is
 // not touched. Reading ends early when standard input ends or fails.
-CgiRequest read_cgi_request();
+TCgiRequest read_cgi_request();

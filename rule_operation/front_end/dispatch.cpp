@@ -1,10 +1,12 @@
-#include "rule_operation/front_end/method_handlers.h"
+#include "rule_operation/front_end/dispatch.h"
 
 #include <string_view>
+#include <utility>
 
 #include "platform/rule_library.h"
 #include "rule_operation/deletion/delete_rules.h"
 #include "rule_operation/front_end/add_rule_endpoint.h"
+#include "rule_operation/shared/json_object.h"
 
 int get_method_fun(std::vector<std::string>* /*tokens*/, json_object** result, tagINPUT* /*input*/)
 {
@@ -23,32 +25,28 @@ int put_method_fun(std::vector<std::string>* /*tokens*/, json_object** result, c
     return 0;
 }
 
-Response dispatch(CgiRequest& request, std::vector<std::string>& tokens, tagINPUT* input,
-                  int& status)
+TResponse dispatch(TCgiRequest& request, std::vector<std::string>& tokens, tagINPUT* input)
 {
     if (request.method == nullptr) {
-        status = response::BAD_METHOD;
-        return response::bad_method("http method empty");
+        return bad_method_response("http method empty");
     }
     const std::string_view method = request.method;
     char* const data = request.body ? request.body->data() : nullptr;
     std::string err;
     if (method == "GET" || method == "PUT") {
         json_object* result = nullptr;
-        status = method == "GET" ? get_method_fun(&tokens, &result, input)
-                                 : put_method_fun(&tokens, &result, data, input);
-        JsonObject document(result);
-        return status == 0 ? response::document(std::move(document))
-                           : response::from_result(status, err, nullptr);
+        const int r = method == "GET" ? get_method_fun(&tokens, &result, input)
+                                      : put_method_fun(&tokens, &result, data, input);
+        TJsonObject document(result);
+        return r == 0 ? document_response(std::move(document)) : result_response(r, err, nullptr);
     }
     if (method == "POST") {
-        status = post_method_fun(&tokens, err, data, input);
-        return response::from_result(status, err, "Add Rule successful");
+        const int r = post_method_fun(&tokens, err, data, input);
+        return result_response(r, err, "Add Rule successful");
     }
     if (method == "DELETE") {
-        status = delete_method_fun(&tokens, err, data, input);
-        return response::from_result(status, err, "Delete Rule successful");
+        const int r = delete_method_fun(&tokens, err, data, input);
+        return result_response(r, err, "Delete Rule successful");
     }
-    status = response::BAD_METHOD;
-    return response::bad_method("http method invalid");
+    return bad_method_response("http method invalid");
 }

@@ -1,4 +1,5 @@
-// The handlers of the HTTP methods. POST and DELETE have folders of their own.
+// Dispatch by HTTP method, and the handlers of GET and PUT. The handlers of POST and DELETE are
+// declared in add_rule_endpoint.h and deletion/delete_rules.h.
 #pragma once
 
 #include <string>
@@ -7,6 +8,7 @@
 #include "rule_operation/front_end/cgi_request.h"
 #include "rule_operation/front_end/response.h"
 
+struct json_object;
 struct tagINPUT;
 
 // Stores the rule list document in `*result`, owned by the caller. Returns the rule library's
@@ -17,7 +19,6 @@ int get_method_fun(std::vector<std::string>* tokens, json_object** result, tagIN
 int put_method_fun(std::vector<std::string>* tokens, json_object** result, char* data,
                    tagINPUT* input);
 
-// Hands the request to the handler of its method and makes the response of what comes back.
-// `status` receives the handler's result, or -3 for a missing or unknown method.
-Response dispatch(CgiRequest& request, std::vector<std::string>& tokens, tagINPUT* input,
-                  int& status);
+// Hands the request to the handler of its method and makes the response of what comes back. The
+// exit status is the handler's result, or BAD_METHOD for a missing or unknown method.
+TResponse dispatch(TCgiRequest& request, std::vector<std::string>& tokens, tagINPUT* input);

@@ -1,20 +1,30 @@
 // The rule endpoint of the recorder: one process serves one HTTP request.
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "platform/camera_config.h"
 #include "platform/cgi_input.h"
 #include "platform/cgi_support.h"
 #include "rule_operation/config_access/camera_table.h"
 #include "rule_operation/front_end/cgi_request.h"
-#include "rule_operation/front_end/method_handlers.h"
+#include "rule_operation/front_end/dispatch.h"
+#include "rule_operation/front_end/process.h"
 #include "rule_operation/front_end/response.h"
 #include "rule_operation/shared/diagnostics.h"
 
 namespace
 {
 
-// Releases the handle on the request's parameters, null included.
-struct InputRelease {
-    tagINPUT* input;
-    ~InputRelease() { CGI_Free_Input(input); }
+// Releases the handle on the request's parameters, null included, once it is set.
+struct TInputRelease {
+    std::optional<tagINPUT*> input;
+    ~TInputRelease()
+    {
+        if (input) {
+            CGI_Free_Input(*input);
+        }
+    }
 };
 
 bool is_authorised(tagINPUT* input)
@@ -28,7 +38,11 @@ bool is_authorised(tagINPUT* input)
 
 int main()
 {
-    bool responded = false;
+    set_up_process();
+    // At the end, after the response, the handle is released first and the body last.
+    TCgiRequest request;
+    std::vector<std::string> tokens;
+    TInputRelease release_at_end;
     try {
         register_signal_handler();
         tagINPUT* const input = CGI_Get_Input_URL();
@@ -36,23 +50,20 @@ int main()
             RULE_LOG("Error get_cmsvr_conf_array fail ret=%d", r);
             return r;
         }
-        const InputRelease release_at_end{input};
-        CgiRequest request = read_cgi_request();
-        int status = 0;
-        std::vector<std::string> tokens;
+        release_at_end.input = input;
+        request = read_cgi_request();
+        int tokenizer_result = 0;
         if (request.path_info != nullptr) {
             RULE_LOG("PathInfo = %s", request.path_info);
-            status = cgi_uri_token_paser(request.path_info, &tokens);
+            tokenizer_result = cgi_uri_token_paser(request.path_info, &tokens);
         }
-        const Response response = is_authorised(input) ? dispatch(request, tokens, input, status)
-                                                       : response::not_authorised();
-        responded = true;
-        response::write(response);
-        return status;
+        const TResponse response = is_authorised(input) ? dispatch(request, tokens, input)
+                                                        : not_authorised_response(tokenizer_result);
+        write_response(response);
+        return response.exit_status;
     } catch (...) {
-        if (!responded) {
-            response::write_internal_error();
-        }
-        return response::INTERNAL_ERROR;
+        // Nothing throws once the response has begun.
+        write_internal_error();
+        return INTERNAL_ERROR;
     }
 }

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <new>
+#include <string_view>
+#include <utility>
 
 namespace
 {
@@ -10,9 +12,7 @@ constexpr const char* STATUS_OK = "Status: 200 OK\r\n";
 constexpr const char* STATUS_BAD_REQUEST = "Status: 400 Bad Request\r\n";
 constexpr const char* STATUS_UNAUTHORIZED = "Status: 401 Unauthorized\r\n";
 
-constexpr int NOT_AUTHORISED = -2;
-
-void add_member(const JsonObject& object, const char* key, JsonObject value)
+void add_member(const TJsonObject& object, const char* key, TJsonObject value)
 {
     if (value == nullptr || json_object_object_add(object.get(), key, value.get()) != 0) {
         throw std::bad_alloc();
@@ -20,75 +20,66 @@ void add_member(const JsonObject& object, const char* key, JsonObject value)
     static_cast<void>(value.release());  // now owned by the object
 }
 
-Response envelope(const char* status_line, int code, const char* message)
+TJsonObject envelope(int code, const char* message)
 {
-    JsonObject body(json_object_new_object());
+    TJsonObject body(json_object_new_object());
     if (body == nullptr) {
         throw std::bad_alloc();
     }
-    add_member(body, "ret_code", JsonObject(json_object_new_int(code)));
-    add_member(body, "ret_mesg", JsonObject(json_object_new_string(message)));
-    return {status_line, std::move(body)};
+    add_member(body, "ret_code", TJsonObject(json_object_new_int(code)));
+    add_member(body, "ret_mesg", TJsonObject(json_object_new_string(message)));
+    return body;
 }
 
-void write_body(const char* json)
+void write(const char* status_line, std::string_view json)
 {
-    std::printf("%s\n\n", json);
+    http_header_output(status_line);
+    std::fwrite(json.data(), 1, json.size(), stdout);
+    std::fputs("\n\n", stdout);
 }
 
 }  // namespace
 
 int http_header_output(const char* status)
 {
-    std::printf("%s", status);
-    return std::printf("Content-type: application/json\r\n\r\n");
+    std::fputs(status, stdout);
+    return std::fputs("Content-type: application/json\r\n\r\n", stdout);
 }
 
-namespace response
+TResponse not_authorised_response(int exit_status)
 {
-
-Response not_authorised()
-{
-    return envelope(STATUS_UNAUTHORIZED, NOT_AUTHORISED, "Authorized failed");
+    return {STATUS_UNAUTHORIZED, envelope(NOT_AUTHORISED, "Authorized failed"), exit_status};
 }
 
-Response bad_method(const char* message)
+TResponse bad_method_response(const char* message)
 {
-    return envelope(STATUS_OK, BAD_METHOD, message);
+    return {STATUS_OK, envelope(BAD_METHOD, message), BAD_METHOD};
 }
 
-Response document(JsonObject body)
+TResponse document_response(TJsonObject body)
 {
-    return {STATUS_OK, std::move(body)};
+    return {STATUS_OK, std::move(body), 0};
 }
 
-Response from_result(int result, const std::string& err, const char* success_text)
+TResponse result_response(int result, const std::string& err, const char* success_text)
 {
     if (result == NOT_AUTHORISED) {
-        return not_authorised();
+        return not_authorised_response(NOT_AUTHORISED);
     }
     if (result == 0) {
-        return envelope(STATUS_OK, 0, success_text);
+        return {STATUS_OK, envelope(0, success_text), 0};
     }
-    return envelope(STATUS_BAD_REQUEST, result, err.empty() ? "Request failed" : err.c_str());
+    const char* const message = err.empty() ? "Request failed" : err.c_str();
+    return {STATUS_BAD_REQUEST, envelope(result, message), result};
 }
 
-void write(const Response& response)
+void write_response(const TResponse& response)
 {
-    const char* const json = json_object_to_json_string(response.body.get());
-    if (json == nullptr) {
-        write_internal_error();
-        return;
-    }
-    http_header_output(response.status_line);
-    write_body(json);
+    write(response.status_line, json_text(response.body));
 }
 
 void write_internal_error()
 {
     static_assert(INTERNAL_ERROR == -4, "the code stands in the text below");
-    http_header_output(STATUS_BAD_REQUEST);
-    write_body(R"({ "ret_code": -4, "ret_mesg": "Internal error" })");
+    write(STATUS_BAD_REQUEST, R"({ "ret_code": -4, "ret_mesg": "Internal error" })");
 }
-
-}  // namespace response

@@ -1,6 +1,7 @@
 #include "rule_operation/request/request_document.h"
 
 #include <optional>
+#include <string>
 
 #include "rule_operation/shared/diagnostics.h"
 #include "rule_operation/shared/event_id.h"
@@ -9,13 +10,8 @@
 namespace
 {
 
-struct Action {
-    std::string name;
-    int channel = -1;
-};
-
 // The members that a rule has of its own.
-int read_rule(std::string& err, json::Value rule, std::string& timeprofileGUID,
+int read_rule(std::string& err, TJsonValue rule, std::string& timeprofileGUID,
               std::string& ruleName)
 {
     const std::optional<std::string> profile = rule.member("timeprofileGUID").text();
@@ -24,7 +20,7 @@ int read_rule(std::string& err, json::Value rule, std::string& timeprofileGUID,
     }
     timeprofileGUID = *profile;
 
-    const json::Value name_member = rule.member("ruleName");
+    const TJsonValue name_member = rule.member("ruleName");
     const std::optional<std::string> name = name_member.text();
     if (!name) {
         return REFUSE(err, -110, "Error input Json ruleName object not string");
@@ -33,7 +29,7 @@ int read_rule(std::string& err, json::Value rule, std::string& timeprofileGUID,
     return 0;
 }
 
-int read_event_id(std::string& err, json::Value event_id, int& eventID)
+int read_event_id(std::string& err, TJsonValue event_id, int& eventID)
 {
     if (event_id.is_absent()) {
         return REFUSE(err, -104, "Error input Json no event->eventID object");
@@ -46,7 +42,7 @@ int read_event_id(std::string& err, json::Value event_id, int& eventID)
     return 0;
 }
 
-int read_alarm(std::string& err, json::Value alarm, int& alarmIdx)
+int read_alarm(std::string& err, TJsonValue alarm, int& alarmIdx)
 {
     if (alarm.is_absent()) {
         return REFUSE(err, -108, "Error input Json no event->camera->alarm object");
@@ -62,7 +58,7 @@ int read_alarm(std::string& err, json::Value alarm, int& alarmIdx)
     return 0;
 }
 
-int read_camera(std::string& err, json::Value cameras, int eventID, TCameraContent& camera)
+int read_camera(std::string& err, TJsonValue cameras, int eventID, TCameraContent& camera)
 {
     if (cameras.is_absent()) {
         return REFUSE(err, -105, "Error input Json no event->camera object");
@@ -70,7 +66,7 @@ int read_camera(std::string& err, json::Value cameras, int eventID, TCameraConte
     if (!cameras.is_array()) {
         return REFUSE(err, -106, "Error input Json no event->camera object not array");
     }
-    const json::Value channel = cameras.element(0).member("chIdx");
+    const TJsonValue channel = cameras.element(0).member("chIdx");
     if (channel.is_absent()) {
         return REFUSE(err, -107, "Error input Json no event->camera->chIdx object");
     }
@@ -86,16 +82,20 @@ int read_camera(std::string& err, json::Value cameras, int eventID, TCameraConte
     return read_alarm(err, cameras.element(0).member("alarm"), camera.alarmIdx);
 }
 
-int read_action(std::string& err, json::Value actions, Action& action)
+// A rule without an action leaves name and channel as they are.
+int read_action(std::string& err, TJsonValue actions, std::string& ActionName, int& act_chIdx)
 {
+    if (actions.is_absent()) {
+        return 0;
+    }
     if (!actions.is_array()) {
         return REFUSE(err, -120, "Error input Json action object not array");
     }
-    const json::Value name = actions.element(0).member("ActionName");
+    const TJsonValue name = actions.element(0).member("ActionName");
     if (name.is_absent()) {
         return REFUSE(err, -121, "Error input Json no action->ActionName object");
     }
-    const json::Value channels = actions.element(0).member("chIdx");
+    const TJsonValue channels = actions.element(0).member("chIdx");
     if (channels.is_absent()) {
         return REFUSE(err, -122, "Error input Json no action->chIdx object");
     }
@@ -110,7 +110,8 @@ int read_action(std::string& err, json::Value actions, Action& action)
     if (!channel) {
         return REFUSE(err, -110, "Error input Json action->chIdx object not integer");
     }
-    action = {*name_text, *channel};
+    ActionName = *name_text;
+    act_chIdx = *channel;
     return 0;
 }
 
@@ -120,24 +121,24 @@ int parsing_input_content(std::string& err, const char* data, std::string& timep
                           std::string& ruleName, TEventContent& eventInfo, std::string& ActionName,
                           int& act_chIdx)
 {
-    const std::optional<json::Document> document = json::Document::parse(data);
+    const std::optional<TJsonDocument> document = TJsonDocument::parse(data);
     if (!document) {
         RULE_LOG("Error input Json format error, data=[%s]", data);
         err = "Error input Json format error";
         return -101;
     }
-    const json::Value rule = document->root().member("rule");
+    const TJsonValue rule = document->root().member("rule");
     if (const int r = read_rule(err, rule, timeprofileGUID, ruleName); r != 0) {
         return r;
     }
-    const json::Value events = rule.member("event");
+    const TJsonValue events = rule.member("event");
     if (events.is_absent()) {
         return REFUSE(err, -102, "Error input Json no event object");
     }
     if (!events.is_array()) {
         return REFUSE(err, -103, "Error input Json event object not array");
     }
-    const json::Value event = events.element(0);
+    const TJsonValue event = events.element(0);
     if (const int r = read_event_id(err, event.member("eventID"), eventInfo.eventID); r != 0) {
         return r;
     }
@@ -145,14 +146,8 @@ int parsing_input_content(std::string& err, const char* data, std::string& timep
     if (const int r = read_camera(err, event.member("camera"), eventInfo.eventID, camera); r != 0) {
         return r;
     }
-    const json::Value actions = rule.member("action");
-    if (!actions.is_absent()) {
-        Action action;
-        if (const int r = read_action(err, actions, action); r != 0) {
-            return r;
-        }
-        ActionName = action.name;
-        act_chIdx = action.channel;
+    if (const int r = read_action(err, rule.member("action"), ActionName, act_chIdx); r != 0) {
+        return r;
     }
     eventInfo.camera.push_back(camera);
     RULE_LOG("Get eventID=0x%X, chIdx=%d, alarmIdx=%d, ActionName=[%s] act_chIdx=%d",

@@ -2,9 +2,6 @@
 
 #include <cstdarg>
 
-namespace diagnostics
-{
-
 int refuse_from(const char* function, int line, std::string& err, int code, const char* format, ...)
 {
     char text[1024];
@@ -17,5 +14,3 @@ int refuse_from(const char* function, int line, std::string& err, int code, cons
     err = text;
     return code;
 }
-
-}  // namespace diagnostics

@@ -9,23 +9,17 @@
 
 // Logs one message: RULE_LOG(format, arguments...), as for `printf`. The compiler checks the
 // arguments against the format at every call.
-#define RULE_LOG(...)                                           \
-    do {                                                        \
-        if (false) {                                            \
-            diagnostics::check_format(__VA_ARGS__);             \
-        }                                                       \
-        diagnostics::log_from(__func__, __LINE__, __VA_ARGS__); \
+#define RULE_LOG(...)                              \
+    do {                                           \
+        if (false) {                               \
+            rule_log(__VA_ARGS__);                 \
+        }                                          \
+        log_from(__func__, __LINE__, __VA_ARGS__); \
     } while (false)
 
 // Refuses a request: REFUSE(err, code, format, arguments...) logs the formatted text, makes it the
 // whole content of `err` and evaluates to `code`.
-#define REFUSE(err, code, ...) diagnostics::refuse_from(__func__, __LINE__, err, code, __VA_ARGS__)
-
-namespace diagnostics
-{
-
-// Never called: carries the format check for RULE_LOG.
-[[gnu::format(printf, 1, 2)]] void check_format(const char* format, ...);
+#define REFUSE(err, code, ...) refuse_from(__func__, __LINE__, err, code, __VA_ARGS__)
 
 // The two stages of a message: function, line and the message's own format become the format that
 // the device log gets, with the message's arguments. That format is cut at 255 bytes.
@@ -40,5 +34,3 @@ void log_from(const char* function, int line, const char* format, Arguments... a
 // The text is cut at 1,023 bytes.
 [[gnu::format(printf, 5, 6)]] int refuse_from(const char* function, int line, std::string& err,
                                               int code, const char* format, ...);
-
-}  // namespace diagnostics

@@ -2,42 +2,41 @@
 
 #include <json/reader.h>
 
+#include <cerrno>
 #include <memory>
+#include <new>
 
-namespace json
-{
-
-bool Value::is_absent() const
+bool TJsonValue::is_absent() const
 {
     return value_ == nullptr || value_->isNull();
 }
 
-bool Value::is_object() const
+bool TJsonValue::is_object() const
 {
     return value_ != nullptr && value_->isObject();
 }
 
-bool Value::is_array() const
+bool TJsonValue::is_array() const
 {
     return value_ != nullptr && value_->isArray();
 }
 
-Value Value::member(std::string_view key) const
+TJsonValue TJsonValue::member(std::string_view key) const
 {
-    return Value(is_object() ? value_->find(key.data(), key.data() + key.size()) : nullptr);
+    return TJsonValue(is_object() ? value_->find(key.data(), key.data() + key.size()) : nullptr);
 }
 
-unsigned int Value::size() const
+unsigned int TJsonValue::size() const
 {
     return is_array() ? value_->size() : 0;
 }
 
-Value Value::element(unsigned int index) const
+TJsonValue TJsonValue::element(unsigned int index) const
 {
-    return Value(index < size() ? &(*value_)[index] : nullptr);
+    return TJsonValue(index < size() ? &(*value_)[index] : nullptr);
 }
 
-std::optional<std::string> Value::text() const
+std::optional<std::string> TJsonValue::text() const
 {
     if (is_absent()) {
         return std::string();
@@ -48,12 +47,12 @@ std::optional<std::string> Value::text() const
     return value_->asString();
 }
 
-std::string Value::text_or_empty() const
+std::string TJsonValue::text_or_empty() const
 {
     return text().value_or(std::string());
 }
 
-std::optional<int> Value::integer() const
+std::optional<int> TJsonValue::integer() const
 {
     if (is_absent()) {
         return 0;
@@ -64,7 +63,7 @@ std::optional<int> Value::integer() const
     return value_->asInt();
 }
 
-std::optional<int> Value::whole_number() const
+std::optional<int> TJsonValue::whole_number() const
 {
     if (!is_absent() && !value_->isInt()) {
         return std::nullopt;
@@ -72,20 +71,25 @@ std::optional<int> Value::whole_number() const
     return integer();
 }
 
-std::optional<Document> Document::parse(std::string_view text, std::string* errors)
+std::optional<TJsonDocument> TJsonDocument::parse(std::string_view text, std::string* errors)
 {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    Document document;
+    // Made once, because setting it up costs more than parsing a reply.
+    static const Json::CharReaderBuilder builder;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    TJsonDocument document;
+    errno = 0;
     try {
         if (reader->parse(text.data(), text.data() + text.size(), &document.root_, errors)) {
             return document;
         }
-    } catch (const Json::Exception& nested_too_deep) {
+    } catch (const Json::Exception& failure) {
+        // JsonCpp throws the same for nesting too deep and for a lack of memory.
+        if (errno == ENOMEM) {
+            throw std::bad_alloc();
+        }
         if (errors != nullptr) {
-            *errors = nested_too_deep.what();
+            *errors = failure.what();
         }
     }
     return std::nullopt;
 }
-
-}  // namespace json

@@ -1,5 +1,5 @@
-// The one door for JSON: every document that comes from outside is parsed and read here, and
-// nothing in it, whatever its shape, throws.
+// The JSON reader: every document that comes from outside is parsed and read here, and nothing in
+// it, whatever its shape, throws.
 #pragma once
 
 #include <json/value.h>
@@ -8,29 +8,26 @@
 #include <string>
 #include <string_view>
 
-namespace json
-{
-
-// A place in a parsed document; it may be a place where nothing stands. Cheap to copy, valid as
-// long as the `Document` that it came from.
-class Value
+// A place in a parsed document, where a value may be absent. Cheap to copy, valid as long as the
+// `TJsonDocument` that it came from.
+class TJsonValue
 {
  public:
-    explicit Value(const Json::Value* value) : value_(value) {}
+    explicit TJsonValue(const Json::Value* value) : value_(value) {}
 
-    // Nothing stands here, or the JSON literal null; the two are never told apart.
+    // No value, or the JSON literal null; the two are never told apart.
     bool is_absent() const;
     bool is_object() const;
     bool is_array() const;
 
     // The member `key`; absent when this is no object or has no such member.
-    Value member(std::string_view key) const;
+    TJsonValue member(std::string_view key) const;
 
     // The number of elements; 0 when this is no array.
     unsigned int size() const;
 
     // The element at `index`; absent when this is no array or ends before it.
-    Value element(unsigned int index) const;
+    TJsonValue element(unsigned int index) const;
 
     // The value as text: a string as it is (it may hold zero bytes), a number or a boolean as its
     // text, an absent value as the empty text. Nothing for an object or an array.
@@ -52,20 +49,18 @@ class Value
 };
 
 // A parsed document; owns all its values.
-class Document
+class TJsonDocument
 {
  public:
-    // Parses `text`: comments, text behind the document and repeated keys (the last one counts) are
+    // Parses `text`: comments, text after the document and repeated keys (the last one counts) are
     // accepted. Returns nothing when it is not JSON or nested too deep; `*errors`, when given, then
-    // says why.
-    static std::optional<Document> parse(std::string_view text, std::string* errors = nullptr);
+    // says why. Throws std::bad_alloc when memory does not suffice.
+    static std::optional<TJsonDocument> parse(std::string_view text, std::string* errors = nullptr);
 
-    Value root() const { return Value(&root_); }
+    TJsonValue root() const { return TJsonValue(&root_); }
 
  private:
-    Document() = default;
+    TJsonDocument() = default;
 
     Json::Value root_;
 };
-
-}  // namespace json
