@@ -23,6 +23,9 @@
 
 // The two stages of a message: function, line and the message's own format become the format that
 // the device log gets, with the message's arguments. That format is cut at 255 bytes.
+// The compiler cannot check it; RULE_LOG and REFUSE have had the message's own format checked.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
 template <typename... Arguments>
 void log_from(const char* function, int line, const char* format, Arguments... arguments)
 {
@@ -30,6 +33,7 @@ void log_from(const char* function, int line, const char* format, Arguments... a
     std::snprintf(full_format, sizeof full_format, "[%s](%d) %s", function, line, format);
     rule_log(full_format, arguments...);
 }
+#pragma GCC diagnostic pop
 
 // The text is cut at 1,023 bytes.
 [[gnu::format(printf, 5, 6)]] int refuse_from(const char* function, int line, std::string& err,
