@@ -58,11 +58,11 @@ def add_rule(request, camera):
 
 
 def main():
-    with open(os.environ["RULE_RECORDER_DIR"] + "/camera.cache", "rb") as file:
-        cache = file.read()
+    with open(os.environ["RULE_RECORDER_DIR"] + "/cameras.txt", encoding="utf-8") as file:
+        channels = {int(line.split()[0]) for line in file if line[:1].isdigit()}
 
     def camera(channel):
-        return cache[channel * 3720 + 88:].split(b"\0", 1)[0].decode()
+        return f"CA3E7A000000000000000000C0DE{channel:04}" if channel in channels else ""
 
     code, text = 0, None
     if os.environ["REQUEST_METHOD"] == "POST":

@@ -15,9 +15,8 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
 
 # The host recorder, when it is the platform of this build.
 if(TARGET config_service)
-    install(TARGETS config_service camera_cache
-            RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
-    install(FILES host/web_server/lighttpd.conf host/camera_cache/cameras.txt
+    install(TARGETS config_service RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
+    install(FILES host/web_server/lighttpd.conf host/recorder/cameras.txt
             DESTINATION "${RULE_DATA_DIR}/host" COMPONENT host)
 endif()
 

@@ -54,15 +54,14 @@ lock_recorder() {
     wait $!
 }
 
-# prepare_recorder STATE BIN: makes the recorder's files that are not there yet in directory STATE,
-# with the programs of BIN. Sets recorder_user and recorder_password.
+# prepare_recorder STATE: makes the recorder's files that are not there yet in directory STATE. Sets
+# recorder_user and recorder_password.
 prepare_recorder() {
-    local state=$1 bin=$2 cameras=$1/cameras.txt
+    local state=$1 cameras=$1/cameras.txt
     umask 077
     mkdir -p "$state/www"
     ln -sfn "$project_dir/build/reference" "$state/www/reference"
-    [[ -e $cameras ]] || cp "$project_dir/host/camera_cache/cameras.txt" "$cameras"
-    "$bin/camera_cache" "$cameras" "$state/camera.cache"
+    [[ -e $cameras ]] || cp "$project_dir/host/recorder/cameras.txt" "$cameras"
     [[ -e $state/password ]] || random_hex 12 >"$state/password"
     recorder_user='admin'
     recorder_password=$(<"$state/password")

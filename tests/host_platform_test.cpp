@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "platform/camera_config.h"
 #include "platform/cgi_input.h"
@@ -123,22 +124,38 @@ TEST(HostPlatformTest, NoMessageCanForgeALogLine)
     EXPECT_NE(last_log_line().find("] " + body), std::string::npos);
 }
 
-TEST(HostPlatformTest, CameraCacheMustHaveItsSize)
+TEST(HostPlatformTest, CameraListHasAChannelALine)
 {
-    static st_cmsvr_conf_array array;
-    std::string cache(sizeof array, '\0');
-    cache.replace(191UL * 3720 + 88, 4, "GUID");
-    write_file("camera.cache", cache);
-    EXPECT_EQ(get_cmsvr_conf_array(array), 0);
-    EXPECT_STREQ(array[191].camera_guid, "GUID");
-    for (const std::string& wrong : {std::string(), cache + "x", cache.substr(1)}) {
-        write_file("camera.cache", wrong);
-        EXPECT_LT(get_cmsvr_conf_array(array), 0) << wrong.size();
+    const auto load = [](const std::string& list) {
+        write_file("cameras.txt", list);
+        auto array = std::make_unique<st_cmsvr_conf_array>();
+        const bool loaded = get_cmsvr_conf_array(*array) == 0;
+        return loaded ? std::move(array) : nullptr;
+    };
+    const auto cameras = load("# a list\n\n10 Yard 5\r\n \t0\n191\tRoof");
+    ASSERT_NE(cameras, nullptr);
+    for (int channel = 0; channel < MAX_NVR_CHANNEL_NO; ++channel) {
+        const bool expected = channel == 0 || channel == 10 || channel == 191;
+        EXPECT_EQ((*cameras)[channel].camera_added, expected) << channel;
     }
-    fs::remove(DIRECTORY / "camera.cache");
-    EXPECT_LT(get_cmsvr_conf_array(array), 0);
-    fs::create_directory(DIRECTORY / "camera.cache");
-    EXPECT_LT(get_cmsvr_conf_array(array), 0);
+    EXPECT_STREQ((*cameras)[10].camera_guid, "CA3E7A000000000000000000C0DE0010");
+    const std::pair<const char*, const char*> rows[] = {
+        {"0\n192\n", "cameras.txt:2: the channel is not in 0 to 191"},
+        {"-1", "cameras.txt:1: the channel is not in 0 to 191"},
+        {"99999999999", "cameras.txt:1: the channel is not in 0 to 191"},
+        {"7\n\n7\n", "cameras.txt:3: channel 7 is there twice"},
+        {"Roof 191", "cameras.txt:1: no channel number at the start of the line"},
+        {"5x", "cameras.txt:1: no channel number at the start of the line"},
+    };
+    for (const auto& [list, reason] : rows) {
+        EXPECT_EQ(load(list), nullptr) << list;
+        EXPECT_NE(last_log_line().find(reason), std::string::npos) << last_log_line();
+    }
+    auto array = std::make_unique<st_cmsvr_conf_array>();
+    fs::remove(DIRECTORY / "cameras.txt");
+    EXPECT_LT(get_cmsvr_conf_array(*array), 0);
+    fs::create_directory(DIRECTORY / "cameras.txt");
+    EXPECT_LT(get_cmsvr_conf_array(*array), 0);
 }
 
 TEST(HostPlatformTest, PathIsSplitAndSigpipeIgnored)

@@ -25,5 +25,4 @@ rule_operation/front_end platform rule_operation/shared rule_operation/request r
 host/common
 host/platform platform host/common
 host/config_service host/common
-host/camera_cache platform
 END

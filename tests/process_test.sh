@@ -1,7 +1,7 @@
 #!/bin/bash
 # The program's file started as a web server starts it, without any service:
 #   process_test.sh PROGRAM|BIN_DIR [EMULATOR...]
-# Of a directory, its rule_operation.cgi on files that its camera_cache makes. EMULATOR... is the
+# Of a directory, its rule_operation.cgi on files of the host recorder. EMULATOR... is the
 # beginning of the command that starts a program of another processor. The platform must have cameras
 # on channels 0 and 191 and none on channel 9.
 set -euo pipefail

@@ -77,27 +77,13 @@ std::vector<UserEntry> read_entries(std::string_view text)
 // The usable entries of the users file. Logs why there are none.
 std::vector<UserEntry> load_users()
 {
-    const auto path = host::recorder_path("users");
-    if (!path) {
-        rule_log("Authentication: RULE_RECORDER_DIR is not set");
-        return {};
+    std::string error = "no usable entry in the users file";
+    const auto text = host::read_recorder_file("users", error);
+    auto entries = text ? read_entries(*text) : std::vector<UserEntry>();
+    if (entries.empty()) {
+        rule_log("Authentication: %s", error.c_str());
     }
-    constexpr size_t SIZE_LIMIT = 1024UL * 1024UL;
-    std::string error = "larger than 1 MiB";
-    std::string text;
-    const auto file = host::open_input(*path, error);
-    if (file && file->size <= SIZE_LIMIT) {
-        text.resize(file->size);
-        if (host::read_exactly(*file, text.data(), text.size(), error)) {
-            auto entries = read_entries(text);
-            if (!entries.empty()) {
-                return entries;
-            }
-            error = "no user in it";
-        }
-    }
-    rule_log("Authentication: %s: %s", path->c_str(), error.c_str());
-    return {};
+    return entries;
 }
 
 bool password_matches(const std::string& password, const std::string& hash)

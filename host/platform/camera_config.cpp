@@ -1,40 +1,97 @@
 #include "platform/camera_config.h"
 
+#include <algorithm>
+#include <bitset>
+#include <charconv>
+#include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "host/platform/recorder_files.h"
 #include "host/platform/result_codes.h"
 #include "platform/rule_log.h"
 
+namespace host
+{
 namespace
 {
 
-int cache_failure(const std::string& path, const std::string& reason, int code)
+using Channels = std::bitset<MAX_NVR_CHANNEL_NO>;
+
+constexpr std::string_view BLANKS = " \t\r";
+
+// Reads the channel that `line` begins with. False when there is none, or not one of the
+// recorder's; `error` then says which.
+bool read_channel(std::string_view line, int& channel, std::string& error)
 {
-    rule_log("Camera configuration: %s: %s", path.c_str(), reason.c_str());
-    return code;
+    const char* const end = line.data() + line.size();
+    const auto [rest, outcome] = std::from_chars(line.data(), end, channel);
+    if (outcome == std::errc::invalid_argument ||
+        (rest != end && BLANKS.find(*rest) == std::string_view::npos)) {
+        error = "no channel number at the start of the line";
+        return false;
+    }
+    if (outcome != std::errc() || channel < 0 || channel >= MAX_NVR_CHANNEL_NO) {
+        error = "the channel is not in 0 to " + std::to_string(MAX_NVR_CHANNEL_NO - 1);
+        return false;
+    }
+    return true;
+}
+
+// A camera's GUID ends in its channel as four decimal digits.
+void add_camera(st_cmsvr_conf_element& element, int channel)
+{
+    element.camera_added = 1;
+    std::snprintf(element.camera_guid, sizeof element.camera_guid,
+                  "CA3E7A000000000000000000C0DE%04d", channel);
+}
+
+// Adds the camera of one line, which is the channel and then perhaps blanks and a name. Blank lines
+// and those that begin with '#' have none. False when the line is something else or its channel is
+// one of `added`; `error` then says why.
+bool read_line(std::string_view line, st_cmsvr_conf_array& array, Channels& added,
+               std::string& error)
+{
+    line.remove_prefix(std::min(line.find_first_not_of(BLANKS), line.size()));
+    if (line.empty() || line.front() == '#') {
+        return true;
+    }
+    int channel = -1;
+    if (!read_channel(line, channel, error)) {
+        return false;
+    }
+    if (added.test(static_cast<size_t>(channel))) {
+        error = "channel " + std::to_string(channel) + " is there twice";
+        return false;
+    }
+    added.set(static_cast<size_t>(channel));
+    add_camera(array[channel], channel);
+    return true;
 }
 
 }  // namespace
+}  // namespace host
 
+// The table is zero before it is loaded. It is much larger than its cameras, and only the memory of
+// these is touched.
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 {
-    const auto path = host::recorder_path("camera.cache");
-    if (!path) {
-        return cache_failure("camera.cache", "RULE_RECORDER_DIR is not set",
-                             host::NO_RECORDER_DIRECTORY);
-    }
+    constexpr char LIST[] = "cameras.txt";
     std::string error;
-    const auto file = host::open_input(*path, error);
-    if (!file) {
-        return cache_failure(*path, error, host::CANNOT_OPEN_CACHE);
+    const auto list = host::read_recorder_file(LIST, error);
+    if (!list) {
+        rule_log("Camera configuration: %s", error.c_str());
+        return host::CAMERAS_NOT_READ;
     }
-    if (file->size != sizeof array) {
-        error = std::to_string(file->size) + " bytes instead of " + std::to_string(sizeof array);
-        return cache_failure(*path, error, host::WRONG_CACHE_SIZE);
-    }
-    if (!host::read_exactly(*file, &array, sizeof array, error)) {
-        return cache_failure(*path, error, host::CANNOT_READ_CACHE);
+    host::Channels added;
+    std::string_view rest = *list;
+    for (int number = 1; !rest.empty(); ++number) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        if (!host::read_line(line, array, added, error)) {
+            rule_log("Camera configuration: %s:%d: %s", LIST, number, error.c_str());
+            return host::BAD_CAMERA_LIST;
+        }
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
     }
     return 0;
 }

@@ -7,31 +7,70 @@
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
-#include <utility>
 
 namespace host
 {
 namespace
 {
 
-std::string system_error_text()
+constexpr off_t SIZE_LIMIT = 1024L * 1024L;
+
+// Owns an open file descriptor.
+class FileDescriptor
 {
-    return std::generic_category().message(errno);
+ public:
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor()
+    {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+    }
+
+    int get() const { return descriptor_; }
+
+ private:
+    int descriptor_;
+};
+
+// Reads until `text` is full.
+bool fill(std::string& text, const FileDescriptor& file, std::string& error)
+{
+    size_t filled = 0;
+    while (filled < text.size()) {
+        const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            error = count < 0 ? std::generic_category().message(errno) : "it ends too early";
+            return false;
+        }
+        filled += static_cast<size_t>(count);
+    }
+    return true;
+}
+
+std::optional<std::string> read_file(const std::string& path, std::string& error)
+{
+    // Without O_NONBLOCK the opening of a pipe would wait for its writer.
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status = {};
+    if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
+        error = std::generic_category().message(errno);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size > SIZE_LIMIT) {
+        error = "not a regular file of at most 1 MiB";
+        return std::nullopt;
+    }
+    std::string text(static_cast<size_t>(status.st_size), '\0');
+    return fill(text, file, error) ? std::optional(std::move(text)) : std::nullopt;
 }
 
 }  // namespace
-
-FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1))
-{
-}
-
-FileDescriptor::~FileDescriptor()
-{
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
-}
 
 std::optional<std::string> recorder_path(const char* name)
 {
@@ -42,39 +81,18 @@ std::optional<std::string> recorder_path(const char* name)
     return std::string(directory) + '/' + name;
 }
 
-std::optional<InputFile> open_input(const std::string& path, std::string& error)
+std::optional<std::string> read_recorder_file(const char* name, std::string& error)
 {
-    // Without O_NONBLOCK the opening of a pipe would wait for its writer.
-    FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status = {};
-    if (descriptor.get() < 0 || ::fstat(descriptor.get(), &status) != 0) {
-        error = system_error_text();
+    const auto path = recorder_path(name);
+    if (!path) {
+        error = "RULE_RECORDER_DIR is not set";
         return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode)) {
-        error = "not a regular file";
-        return std::nullopt;
+    auto text = read_file(*path, error);
+    if (!text) {
+        error = *path + ": " + error;
     }
-    return InputFile{std::move(descriptor), static_cast<size_t>(status.st_size)};
-}
-
-bool read_exactly(const InputFile& file, void* data, size_t size, std::string& error)
-{
-    char* next = static_cast<char*>(data);
-    size_t missing = size;
-    while (missing > 0) {
-        const ssize_t count = ::read(file.descriptor.get(), next, missing);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            error = count < 0 ? system_error_text() : "the file ends too early";
-            return false;
-        }
-        next += count;
-        missing -= static_cast<size_t>(count);
-    }
-    return true;
+    return text;
 }
 
 }  // namespace host

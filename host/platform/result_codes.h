@@ -13,11 +13,9 @@ constexpr int EXCHANGE_BROKEN = -1003;  // the connection broke, or the reply is
 constexpr int REPLY_TOO_LARGE = -1004;
 constexpr int BAD_ARGUMENT = -1005;
 
-// The camera configuration cache.
-constexpr int NO_RECORDER_DIRECTORY = -1101;
-constexpr int CANNOT_OPEN_CACHE = -1102;
-constexpr int WRONG_CACHE_SIZE = -1103;
-constexpr int CANNOT_READ_CACHE = -1104;  // a read failed, or the file shrank meanwhile
+// The list of cameras.
+constexpr int CAMERAS_NOT_READ = -1101;
+constexpr int BAD_CAMERA_LIST = -1102;
 
 // The rule library.
 constexpr int RULES_NOT_FETCHED = -1201;
