@@ -15,6 +15,8 @@
 #include "host/config_service/service.h"
 #include "host/config_service/store.h"
 
+namespace host
+{
 namespace
 {
 
@@ -56,7 +58,7 @@ std::string encoded(std::string document)
     for (size_t start = 0; (start = document.find("b64(")) != std::string::npos;) {
         const size_t length = document.find(')', start) - start;
         const std::string xml = document.substr(start + 4, length - 4);
-        document.replace(start, length + 1, host::encode_base64(xml));
+        document.replace(start, length + 1, encode_base64(xml));
     }
     return document;
 }
@@ -90,7 +92,7 @@ class ConfigServiceTest : public testing::Test
 
 bool has_code(const std::string& reply, ErrorCode code)
 {
-    return reply.find("\"err_code\": " + std::to_string(static_cast<int>(code)) + ",") == 1;
+    return reply.find("\"err_code\": " + std::to_string(static_cast<int32_t>(code)) + ",") == 1;
 }
 
 TEST_F(ConfigServiceTest, RefusesWhatIsNotAWholeRuleAndKeepsNothingOfIt)
@@ -150,7 +152,7 @@ TEST_F(ConfigServiceTest, DeletionTakesOnlyTheRulesOwnProfilesAlong)
     post(R"({"calls":[)" + std::regex_replace(RULE_CALL, std::regex(RULE_GUID), shared_rule) +
          "]}");
     for (const std::string& unknown : {"F" + RULE_GUID.substr(1), EVENT_GUID, std::string()}) {
-        EXPECT_TRUE(has_code(remove(unknown), static_cast<ErrorCode>(-1811535318))) << unknown;
+        EXPECT_TRUE(has_code(remove(unknown), ErrorCode{0x94062A2A})) << unknown;
     }
     EXPECT_TRUE(has_code(ask("DELETE", "/cfg/Rule"), ErrorCode::missing_guid));
     EXPECT_EQ(remove(RULE_GUID), SUCCESS);
@@ -216,7 +218,7 @@ TEST_F(ConfigServiceTest, ADatabaseThatCannotBeWrittenIsNotServedAndKeepsItsCont
     constexpr uid_t NOBODY = 65534;
     const uid_t user = geteuid();
     ASSERT_EQ(seteuid(user == 0 ? NOBODY : user), 0);
-    EXPECT_THROW(store_.emplace(directory_ / "rules.db"), Refusal);
+    EXPECT_THROW(store_.emplace(directory_ / "rules.db"), DatabaseError);
     ASSERT_EQ(seteuid(user), 0);
     fs::permissions(directory_, fs::perms(0700));
     fs::permissions(directory_ / "rules.db", fs::perms(0600));
@@ -238,8 +240,9 @@ TEST(XmlDocumentTest, NestingHasALimit)
     std::string error;
     for (int levels = 1; levels < 1000; ++levels) {
         text.insert(text.size() / 7 * 3, "<a></a>");
-        EXPECT_EQ(host::parse_xml(text, error).has_value(), levels <= 32);
+        EXPECT_EQ(parse_xml(text, error).has_value(), levels <= 32);
     }
 }
 
 }  // namespace
+}  // namespace host

@@ -1,11 +1,11 @@
 #include "host/config_service/content.h"
 
-#include <stdexcept>
-
 #include "host/common/base64.h"
 #include "host/common/xml_document.h"
+#include "host/config_service/refusal.h"
 
-using host::XmlElement;
+namespace host
+{
 
 namespace
 {
@@ -27,22 +27,22 @@ const char* root_name(NodeType type)
         case NodeType::action_profile:
             return "action_profile";
     }
-    throw std::invalid_argument("unknown type");
+    throw Refusal(ErrorCode::bad_call, "unknown type");
 }
 
 XmlElement read_document(const std::string& content, const std::string& expected_root)
 {
-    const std::optional<std::string> document = host::decode_base64(content);
+    const std::optional<std::string> document = decode_base64(content);
     if (!document) {
-        throw std::invalid_argument("content is not base64");
+        throw Refusal(ErrorCode::bad_call, "content is not base64");
     }
     std::string error;
-    std::optional<XmlElement> root = host::parse_xml(*document, error);
+    std::optional<XmlElement> root = parse_xml(*document, error);
     if (!root) {
-        throw std::invalid_argument("content cannot be read as XML: " + error);
+        throw Refusal(ErrorCode::bad_call, "content cannot be read as XML: " + error);
     }
     if (root->name != expected_root) {
-        throw std::invalid_argument("content is not a document <" + expected_root + ">");
+        throw Refusal(ErrorCode::bad_call, "content is not a document <" + expected_root + ">");
     }
     return std::move(*root);
 }
@@ -64,14 +64,15 @@ std::vector<std::string> read_list(const XmlElement& root, const ListForm& form)
     }
     if (count == nullptr || container == nullptr ||
         count->text != std::to_string(container->children.size())) {
-        throw std::invalid_argument("content: <" + form.count + "> does not agree with <" +
-                                    form.container + ">");
+        throw Refusal(ErrorCode::bad_call,
+                      "content: <" + form.count + "> does not agree with <" + form.container + ">");
     }
     std::vector<std::string> members;
     for (const XmlElement& member : container->children) {
         const std::string name = form.prefix + std::to_string(members.size());
         if (member.name != name || member.text.empty()) {
-            throw std::invalid_argument("content: no <" + name + "> in <" + form.container + ">");
+            throw Refusal(ErrorCode::bad_call,
+                          "content: no <" + name + "> in <" + form.container + ">");
         }
         members.push_back(member.text);
     }
@@ -82,7 +83,7 @@ std::vector<std::string> read_needed_list(const XmlElement& root, const ListForm
 {
     std::vector<std::string> members = read_list(root, form);
     if (members.empty()) {
-        throw std::invalid_argument("content: no member in <" + form.container + ">");
+        throw Refusal(ErrorCode::bad_call, "content: no member in <" + form.container + ">");
     }
     return members;
 }
@@ -90,7 +91,7 @@ std::vector<std::string> read_needed_list(const XmlElement& root, const ListForm
 void check_event_profile(const XmlElement& root, std::optional<int32_t> event_id)
 {
     if (!event_id || child_text(root, "EventID") != std::to_string(*event_id)) {
-        throw std::invalid_argument("content: <EventID> is not the node's EventID");
+        throw Refusal(ErrorCode::bad_call, "content: <EventID> is not the node's EventID");
     }
     read_needed_list(root, {"SourceNum", "SourceIds", "id"});
 }
@@ -98,7 +99,7 @@ void check_event_profile(const XmlElement& root, std::optional<int32_t> event_id
 void check_action_profile(const XmlElement& root)
 {
     if (child_text(root, "ActionName").empty()) {
-        throw std::invalid_argument("content: no <ActionName>");
+        throw Refusal(ErrorCode::bad_call, "content: no <ActionName>");
     }
     read_needed_list(root, {"TargetNum", "TargetIds", "id"});
 }
@@ -106,8 +107,8 @@ void check_action_profile(const XmlElement& root)
 void check_guid(const std::string& text, const char* what)
 {
     if (!is_guid(text)) {
-        throw std::invalid_argument(std::string("content: the GUID of ") + what +
-                                    " is not 32 hexadecimal digits");
+        throw Refusal(ErrorCode::bad_call, std::string("content: the GUID of ") + what +
+                                               " is not 32 hexadecimal digits");
     }
 }
 
@@ -145,3 +146,5 @@ References check_content(NodeType type, const std::string& content, std::optiona
     }
     return {};
 }
+
+}  // namespace host

@@ -1,15 +1,23 @@
 #include "host/config_service/database.h"
 
-#include "host/config_service/refusal.h"
+#include <cstdlib>
+#include <iostream>
+#include <new>
+
+namespace host
+{
 
 namespace
 {
 
 constexpr int BUSY_TIMEOUT_MS = 2000;
 
-[[noreturn]] void fail(const std::string& reason)
+[[noreturn]] void fail(int result, const char* reason)
 {
-    throw Refusal(ErrorCode::database_failure, "database: " + reason);
+    if (result == SQLITE_NOMEM) {
+        throw std::bad_alloc();
+    }
+    throw DatabaseError(reason);
 }
 
 }  // namespace
@@ -21,7 +29,7 @@ Database::Database(const std::string& file)
         sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     handle_.reset(handle);
     if (result != SQLITE_OK) {
-        fail(handle == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(handle));
+        fail(result, sqlite3_errmsg(handle));
     }
     sqlite3_busy_timeout(handle, BUSY_TIMEOUT_MS);
 }
@@ -40,14 +48,14 @@ Statement::Statement(const Database& database, std::string_view sql)
                                           &handle, nullptr);
     handle_.reset(handle);
     if (result != SQLITE_OK) {
-        fail(sqlite3_errmsg(database.get()));
+        fail(result, sqlite3_errmsg(database.get()));
     }
 }
 
 Statement& Statement::bind(int parameter, std::string_view text)
 {
     check(sqlite3_bind_text(handle_.get(), parameter, text.data(), static_cast<int>(text.size()),
-                            SQLITE_STATIC));
+                            SQLITE_TRANSIENT));
     return *this;
 }
 
@@ -77,7 +85,7 @@ std::string Statement::text(int column) const
 {
     const unsigned char* const bytes = sqlite3_column_text(handle_.get(), column);
     if (bytes == nullptr) {
-        return {};
+        throw std::bad_alloc();
     }
     return {reinterpret_cast<const char*>(bytes),
             static_cast<size_t>(sqlite3_column_bytes(handle_.get(), column))};
@@ -99,11 +107,11 @@ std::optional<int32_t> Statement::optional_number(int column) const
 void Statement::check(int result) const
 {
     if (result != SQLITE_OK) {
-        fail(sqlite3_errmsg(sqlite3_db_handle(handle_.get())));
+        fail(result, sqlite3_errmsg(sqlite3_db_handle(handle_.get())));
     }
 }
 
-Transaction::Transaction(Database& database) : database_(database)
+Transaction::Transaction(Database& database) : database_(database), rollback_(database, "ROLLBACK")
 {
     database_.run("BEGIN IMMEDIATE");
 }
@@ -114,10 +122,18 @@ Transaction::~Transaction()
     if (sqlite3_get_autocommit(database_.get()) != 0) {
         return;
     }
-    sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    try {
+        rollback_.step();
+    } catch (const std::exception& failure) {
+        // Going on would show half a rule and keep every later one from being written.
+        std::cerr << "config_service: cannot undo a transaction: " << failure.what() << std::endl;
+        std::_Exit(EXIT_FAILURE);
+    }
 }
 
 void Transaction::commit()
 {
     database_.run("COMMIT");
 }
+
+}  // namespace host

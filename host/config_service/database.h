@@ -6,10 +6,21 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
-// Every failure of SQLite is thrown as a Refusal with ErrorCode::database_failure.
+namespace host
+{
+
+// Every failure of the database is thrown as this, but for a lack of memory: that is
+// std::bad_alloc.
+class DatabaseError : public std::runtime_error
+{
+ public:
+    using std::runtime_error::runtime_error;
+};
+
 class Database
 {
  public:
@@ -34,14 +45,14 @@ class Statement
  public:
     Statement(const Database& database, std::string_view sql);
 
-    // `text` must outlive the steps of the statement.
     Statement& bind(int parameter, std::string_view text);
     Statement& bind(int parameter, int64_t number);
     Statement& bind(int parameter, std::optional<int32_t> number);
 
-    // Whether there is a next row, which the columns then are of.
+    // Advances to the next row; false at the end.
     bool step();
 
+    // The text of a column that is not null.
     std::string text(int column) const;
     int64_t number(int column) const;
     std::optional<int32_t> optional_number(int column) const;
@@ -68,4 +79,7 @@ class Transaction
 
  private:
     Database& database_;
+    Statement rollback_;  // prepared beforehand: that needs memory
 };
+
+}  // namespace host

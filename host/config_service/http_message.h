@@ -3,6 +3,9 @@
 
 #include <string>
 
+namespace host
+{
+
 struct HttpRequest {
     std::string method;
     std::string target;  // path and query as sent, still encoded
@@ -14,3 +17,5 @@ struct HttpReply {
     std::string body;   // JSON
     std::string allow;  // with status 405: the methods of the path
 };
+
+}  // namespace host

@@ -5,6 +5,11 @@
 #include <csignal>
 #include <utility>
 
+#include "host/common/config_service.h"
+
+namespace host
+{
+
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
@@ -17,7 +22,7 @@ constexpr std::chrono::milliseconds ACCEPT_PAUSE{100};
 }  // namespace
 
 HttpServer::HttpServer(uint16_t port, RequestHandler handler)
-    : acceptor_(context_, tcp::endpoint(asio::ip::address_v4::loopback(), port)),
+    : acceptor_(context_, tcp::endpoint(asio::ip::make_address_v4(SERVICE_ADDRESS), port)),
       pause_(context_),
       handler_(std::move(handler))
 {
@@ -69,3 +74,5 @@ void HttpServer::end_session()
         accept();
     }
 }
+
+}  // namespace host

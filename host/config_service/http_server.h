@@ -8,11 +8,15 @@
 
 #include "host/config_service/http_session.h"
 
+namespace host
+{
+
 // Serves several clients at once, in one thread. Clients beyond the 64th wait for a connection.
 class HttpServer
 {
  public:
-    // Listens on `port` of 127.0.0.1, on any free port with 0. Throws boost::system::system_error.
+    // Listens on `port` of SERVICE_ADDRESS, on any free port with 0. Throws
+    // boost::system::system_error.
     HttpServer(uint16_t port, RequestHandler handler);
 
     uint16_t port() const;
@@ -32,3 +36,5 @@ class HttpServer
     RequestHandler handler_;
     int sessions_ = 0;
 };
+
+}  // namespace host

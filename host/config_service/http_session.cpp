@@ -8,6 +8,9 @@
 
 #include "host/config_service/reply.h"
 
+namespace host
+{
+
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
 using boost::system::error_code;
@@ -118,3 +121,5 @@ void HttpSession::drain()
                                 }
                             });
 }
+
+}  // namespace host

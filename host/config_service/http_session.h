@@ -14,6 +14,9 @@
 
 #include "host/config_service/http_message.h"
 
+namespace host
+{
+
 using RequestHandler = std::function<HttpReply(const HttpRequest&)>;
 
 // Reads requests and answers them until the client leaves. What breaks HTTP or its limits (a header
@@ -45,3 +48,5 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>
     boost::beast::http::response<boost::beast::http::string_body> response_;
     std::array<char, 4096> unread_{};
 };
+
+}  // namespace host

@@ -2,6 +2,9 @@
 
 #include <new>
 
+namespace host
+{
+
 namespace
 {
 
@@ -78,3 +81,5 @@ std::string quote_json(std::string_view text)
     }
     return {rendered, length};
 }
+
+}  // namespace host

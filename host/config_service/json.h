@@ -8,6 +8,9 @@
 #include <string>
 #include <string_view>
 
+namespace host
+{
+
 struct JsonDeleter {
     void operator()(json_object* object) const { json_object_put(object); }
 };
@@ -26,3 +29,5 @@ std::optional<std::string> read_text(json_object* string);
 
 // `text` as a JSON string, with its quotation marks.
 std::string quote_json(std::string_view text);
+
+}  // namespace host

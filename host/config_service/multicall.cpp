@@ -1,11 +1,13 @@
 #include "host/config_service/multicall.h"
 
 #include <limits>
-#include <stdexcept>
 
 #include "host/config_service/content.h"
 #include "host/config_service/json.h"
 #include "host/config_service/refusal.h"
+
+namespace host
+{
 
 namespace
 {
@@ -17,8 +19,8 @@ json_object* need_member(json_object* object, const char* name, json_type type)
 {
     json_object* const member = find_member(object, name, type);
     if (member == nullptr) {
-        throw std::invalid_argument(std::string(name) + " is missing or not of type " +
-                                    json_type_to_name(type));
+        throw Refusal(ErrorCode::bad_call,
+                      std::string(name) + " is missing or not of type " + json_type_to_name(type));
     }
     return member;
 }
@@ -27,7 +29,7 @@ std::string need_text(json_object* object, const char* name)
 {
     std::optional<std::string> text = read_text(need_member(object, name, json_type_string));
     if (!text) {
-        throw std::invalid_argument(std::string(name) + " has a zero byte");
+        throw Refusal(ErrorCode::bad_call, std::string(name) + " has a zero byte");
     }
     return std::move(*text);
 }
@@ -36,8 +38,8 @@ std::string read_name(json_object* node)
 {
     std::string name = need_text(node, "name");
     if (name.empty() || name.size() > MAX_NAME_LENGTH) {
-        throw std::invalid_argument("name is empty or longer than " +
-                                    std::to_string(MAX_NAME_LENGTH) + " bytes");
+        throw Refusal(ErrorCode::bad_call,
+                      "name is empty or longer than " + std::to_string(MAX_NAME_LENGTH) + " bytes");
     }
     return name;
 }
@@ -46,7 +48,7 @@ std::string read_guid(json_object* node)
 {
     std::string guid = need_text(node, "GUID");
     if (!is_guid(guid)) {
-        throw std::invalid_argument("GUID is not 32 hexadecimal digits");
+        throw Refusal(ErrorCode::bad_call, "GUID is not 32 hexadecimal digits");
     }
     return guid;
 }
@@ -61,7 +63,7 @@ NodeType read_type(json_object* node)
         case NodeType::action_profile:
             return type;
     }
-    throw std::invalid_argument("type is not 0, 3 or 4");
+    throw Refusal(ErrorCode::bad_call, "type is not 0, 3 or 4");
 }
 
 int32_t read_event_id(json_object* node)
@@ -69,7 +71,7 @@ int32_t read_event_id(json_object* node)
     const int64_t event_id = json_object_get_int64(need_member(node, "EventID", json_type_int));
     if (event_id < std::numeric_limits<int32_t>::min() ||
         event_id > std::numeric_limits<int32_t>::max()) {
-        throw std::invalid_argument("EventID does not fit in 32 bits");
+        throw Refusal(ErrorCode::bad_call, "EventID does not fit in 32 bits");
     }
     return static_cast<int32_t>(event_id);
 }
@@ -87,7 +89,7 @@ Node read_node(json_object* rule_node)
         node.event_id = read_event_id(rule_node);
     }
     if (json_object_get_boolean(need_member(rule_node, "isGroup", json_type_boolean)) != 0) {
-        throw std::invalid_argument("isGroup is true, but there are no groups of rules");
+        throw Refusal(ErrorCode::bad_call, "isGroup is true, but there are no groups of rules");
     }
     return node;
 }
@@ -95,7 +97,7 @@ Node read_node(json_object* rule_node)
 NewNode read_call(json_object* call)
 {
     if (need_text(call, "object") != "Rule" || need_text(call, "method") != "POST") {
-        throw std::invalid_argument("the only call is method POST of object Rule");
+        throw Refusal(ErrorCode::bad_call, "the only call is method POST of object Rule");
     }
     json_object* const body = need_member(call, "body", json_type_object);
     Node node = read_node(need_member(body, "ruleNode", json_type_object));
@@ -122,9 +124,11 @@ std::vector<NewNode> read_multicall(std::string_view document)
     for (size_t i = 0; i < count; ++i) {
         try {
             nodes.push_back(read_call(json_object_array_get_idx(calls, i)));
-        } catch (const std::invalid_argument& failure) {
-            throw Refusal(ErrorCode::bad_call, i, failure.what());
+        } catch (const Refusal& refusal) {
+            throw Refusal(refusal.code, i, refusal.what());
         }
     }
     return nodes;
 }
+
+}  // namespace host

@@ -6,6 +6,11 @@
 
 #include "host/config_service/node.h"
 
+namespace host
+{
+
 // Reads the calls of a document, in their order, and checks each as far as it can be checked
 // without what is stored. Throws Refusal.
 std::vector<NewNode> read_multicall(std::string_view document);
+
+}  // namespace host

@@ -7,10 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "host/common/config_service.h"
+
+namespace host
+{
+
 // Whether `text` is 32 hexadecimal digits of either case.
 bool is_guid(std::string_view text);
-
-enum class NodeType { rule = 0, event_profile = 3, action_profile = 4 };
 
 struct Node {
     std::string name;
@@ -38,3 +41,5 @@ struct Schedule {
     std::string name;
     std::string guid;
 };
+
+}  // namespace host

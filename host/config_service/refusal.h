@@ -1,22 +1,26 @@
 // Why the service refuses a request.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
-// The error codes of a reply. All are negative and share their upper 24 bits.
-enum class ErrorCode {
-    bad_http_request = -1811535359,  // not HTTP, or beyond the limits of a request
-    unknown_path = -1811535358,
-    wrong_method = -1811535357,
-    bad_document = -1811535356,       // the body is no JSON document with a list of calls
-    bad_call = -1811535355,           // a call lacks something or holds something wrong
-    guid_in_use = -1811535354,        // a call creates an object that exists
-    unknown_reference = -1811535353,  // a call names a profile or schedule that does not exist
-    missing_guid = -1811535352,       // the query does not say which rule is meant
-    database_failure = -1811535351,
-    out_of_memory = -1811535350,
-    no_such_rule = -1811535318,
+namespace host
+{
+
+// The error codes of a reply, where they are decimal and, with 32 bits, negative.
+enum class ErrorCode : uint32_t {
+    bad_http_request = 0x94062A01,  // not HTTP, or beyond the limits of a request
+    unknown_path = 0x94062A02,
+    wrong_method = 0x94062A03,
+    bad_document = 0x94062A04,       // the body is no JSON document with a list of calls
+    bad_call = 0x94062A05,           // a call lacks something or holds something wrong
+    guid_in_use = 0x94062A06,        // a call creates an object that exists
+    unknown_reference = 0x94062A07,  // a call names a profile or schedule that does not exist
+    missing_guid = 0x94062A08,       // the query does not say which rule is meant
+    database_failure = 0x94062A09,
+    out_of_memory = 0x94062A0A,
+    no_such_rule = 0x94062A2A,
 };
 
 // Ends the handling of a request; `what()` is the text for the client.
@@ -36,3 +40,5 @@ class Refusal : public std::runtime_error
 
     ErrorCode code;
 };
+
+}  // namespace host

@@ -2,6 +2,9 @@
 
 #include "host/config_service/json.h"
 
+namespace host
+{
+
 namespace
 {
 
@@ -25,7 +28,9 @@ HttpReply content_reply(std::string_view content)
 HttpReply error_reply(int status, ErrorCode code, const std::string& text)
 {
     return {status,
-            R"({"err_code": )" + std::to_string(static_cast<int>(code)) + R"(, "err_str": )" +
+            R"({"err_code": )" + std::to_string(static_cast<int32_t>(code)) + R"(, "err_str": )" +
                 quote_json(text) + "}",
             ""};
 }
+
+}  // namespace host

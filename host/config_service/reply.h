@@ -7,6 +7,9 @@
 #include "host/config_service/http_message.h"
 #include "host/config_service/refusal.h"
 
+namespace host
+{
+
 // Success without content.
 HttpReply success_reply();
 
@@ -15,3 +18,5 @@ HttpReply content_reply(std::string_view content);
 
 // A refusal under HTTP status `status`.
 HttpReply error_reply(int status, ErrorCode code, const std::string& text);
+
+}  // namespace host

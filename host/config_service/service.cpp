@@ -11,6 +11,9 @@
 #include "host/config_service/refusal.h"
 #include "host/config_service/reply.h"
 
+namespace host
+{
+
 namespace
 {
 
@@ -157,7 +160,12 @@ HttpReply serve(Store& store, const HttpRequest& request)
         return operation->handle(store, request);
     } catch (const Refusal& refusal) {
         return error_reply(200, refusal.code, refusal.what());
+    } catch (const DatabaseError& failure) {
+        return error_reply(200, ErrorCode::database_failure,
+                           std::string("database: ") + failure.what());
     } catch (const std::bad_alloc&) {
         return error_reply(200, ErrorCode::out_of_memory, "out of memory");
     }
 }
+
+}  // namespace host

@@ -4,6 +4,9 @@
 #include "host/config_service/http_message.h"
 #include "host/config_service/store.h"
 
+namespace host
+{
+
 // The reply to a request:
 //
 //   GET    /cfg/Schedule      all schedules
@@ -13,3 +16,5 @@
 //
 // A refusal, a failure of the database included, is a reply too.
 HttpReply serve(Store& store, const HttpRequest& request);
+
+}  // namespace host

@@ -2,6 +2,9 @@
 
 #include "host/config_service/refusal.h"
 
+namespace host
+{
+
 namespace
 {
 
@@ -50,7 +53,7 @@ void Store::set_up()
         return;
     }
     if (version.number(0) != 0 || tables.number(0) != 0) {
-        throw Refusal(ErrorCode::database_failure, "database: the file is not a rule database");
+        throw DatabaseError("the file is not a rule database");
     }
     for (const char* const statement : SCHEMA) {
         database_.run(statement);
@@ -165,3 +168,5 @@ void Store::delete_rule(const std::string& guid)
     node.bind(1, rule).step();
     transaction.commit();
 }
+
+}  // namespace host

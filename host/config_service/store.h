@@ -8,9 +8,13 @@
 #include "host/config_service/database.h"
 #include "host/config_service/node.h"
 
-// GUIDs are compared without regard to case. Every operation throws Refusal with
-// ErrorCode::database_failure when the database fails, and then has changed nothing. What an
-// operation has changed when it returns outlasts the process and the machine's power.
+namespace host
+{
+
+// GUIDs are compared without regard to case. Every operation throws DatabaseError
+// when the database fails, or std::bad_alloc, and then has changed nothing. What an operation has
+// changed when it returns outlasts the process and the machine's power. A crash right after a
+// failed write can still leave the whole change.
 class Store
 {
  public:
@@ -40,3 +44,5 @@ class Store
 
     Database database_;
 };
+
+}  // namespace host

@@ -16,6 +16,8 @@
 #include "platform/cgi_support.h"
 #include "platform/rule_log.h"
 
+namespace host
+{
 namespace
 {
 
@@ -41,7 +43,7 @@ std::optional<Credentials> read_credentials(const char* header)
     }
     std::string_view token = header + SCHEME.size();
     token.remove_prefix(std::min(token.find_first_not_of(' '), token.size()));
-    const auto text = host::decode_base64(token);
+    const auto text = decode_base64(token);
     const size_t colon = text ? text->find(':') : std::string::npos;
     if (colon == std::string::npos || text->find('\0') != std::string::npos) {
         return std::nullopt;
@@ -78,7 +80,7 @@ std::vector<UserEntry> read_entries(std::string_view text)
 std::vector<UserEntry> load_users()
 {
     std::string error = "no usable entry in the users file";
-    const auto text = host::read_recorder_file("users", error);
+    const auto text = read_recorder_file("users", error);
     auto entries = text ? read_entries(*text) : std::vector<UserEntry>();
     if (entries.empty()) {
         rule_log("Authentication: %s", error.c_str());
@@ -106,25 +108,27 @@ bool user_accepted(const std::vector<UserEntry>& users, const Credentials& crede
 }
 
 }  // namespace
+}  // namespace host
 
 int cgi_check_user_authentication_v3(tagINPUT* /*input*/, t_vistra_auth_info* info,
                                      unsigned int /*what*/)
 {
     std::memset(info->user_name, 0, sizeof info->user_name);
     const char* header = std::getenv("HTTP_AUTHORIZATION");
-    const auto credentials = header != nullptr ? read_credentials(header) : std::nullopt;
+    const auto credentials = header != nullptr ? host::read_credentials(header) : std::nullopt;
     if (!credentials) {
         rule_log("Authentication: no usable Basic credentials in the request");
-        return REFUSED;
+        return host::REFUSED;
     }
-    const auto users = load_users();
+    const auto users = host::load_users();
     if (users.empty()) {
-        return REFUSED;
+        return host::REFUSED;
     }
-    if (!user_accepted(users, *credentials) || credentials->user.size() >= sizeof info->user_name) {
+    if (!host::user_accepted(users, *credentials) ||
+        credentials->user.size() >= sizeof info->user_name) {
         rule_log("Authentication: user [%s] refused", credentials->user.c_str());
-        return REFUSED;
+        return host::REFUSED;
     }
     credentials->user.copy(info->user_name, sizeof info->user_name - 1);
-    return AUTHENTICATED;
+    return host::AUTHENTICATED;
 }

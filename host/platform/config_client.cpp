@@ -17,6 +17,8 @@
 #include "host/platform/result_codes.h"
 #include "platform/rule_log.h"
 
+namespace host
+{
 namespace
 {
 
@@ -154,12 +156,12 @@ struct Failure {
 Failure exchange_failure(const error_code& error)
 {
     if (error == asio::error::timed_out) {
-        return {host::TIME_LIMIT_REACHED, "the time limit was reached"};
+        return {TIME_LIMIT_REACHED, "the time limit was reached"};
     }
     if (error == http::error::body_limit || error == http::error::header_limit) {
-        return {host::REPLY_TOO_LARGE, "the reply is too large"};
+        return {REPLY_TOO_LARGE, "the reply is too large"};
     }
-    return {host::EXCHANGE_BROKEN, error.message()};
+    return {EXCHANGE_BROKEN, error.message()};
 }
 
 // Reads the reply. The header is read on its own: in one step with the body the parser can lose the
@@ -174,7 +176,7 @@ Failure read_reply(Connection& connection, std::string& reply)
     }
     const int status = static_cast<int>(parser.get().result_int());
     if (status < 100) {
-        return {host::EXCHANGE_BROKEN, "the status of the reply is not valid"};
+        return {EXCHANGE_BROKEN, "the status of the reply is not valid"};
     }
     if (parser.get().result() != http::status::ok) {
         return {-status, "the service answered with status " + std::to_string(status)};
@@ -192,7 +194,7 @@ Failure exchange(const tcp::endpoint& service, const Request& request, std::chro
     Connection connection(limit);
     if (const auto error = connection.connect(service)) {
         return error == asio::error::timed_out ? exchange_failure(error)
-                                               : Failure{host::CANNOT_CONNECT, error.message()};
+                                               : Failure{CANNOT_CONNECT, error.message()};
     }
     if (const auto error = connection.write(request)) {
         return exchange_failure(error);
@@ -206,7 +208,7 @@ Failure checked_exchange(http::verb method, const char* host, int port, const st
     error_code error;
     const auto address = asio::ip::make_address(host != nullptr ? host : "", error);
     if (error || port <= 0 || port > UINT16_MAX || target.empty() || timeout <= 0) {
-        return {host::BAD_ARGUMENT, "an argument of the call is not valid"};
+        return {BAD_ARGUMENT, "an argument of the call is not valid"};
     }
     const tcp::endpoint service(address, static_cast<std::uint16_t>(port));
     const Request request = make_request(method, service, target, std::move(body));
@@ -230,30 +232,32 @@ long call_service(http::verb method, const char* host, int port, const char* pat
         return failure.code;
     } catch (const std::exception& exception) {
         rule_log("Configuration service: %s", exception.what());
-        return host::EXCHANGE_BROKEN;
+        return EXCHANGE_BROKEN;
     }
 }
 
 }  // namespace
+}  // namespace host
 
 long rova_GET_request(const char* host, int port, const char* path, query_object* query,
                       std::string& reply, long timeout, bool /*unused*/, bool /*unused*/,
                       int /*unused*/, char** /*unused*/)
 {
-    return call_service(http::verb::get, host, port, path, query, "", reply, timeout);
+    return host::call_service(host::http::verb::get, host, port, path, query, "", reply, timeout);
 }
 
 long rova_POST_request(const char* host, int port, const char* path, std::string body,
                        std::string& reply, long timeout, bool /*unused*/, bool /*unused*/,
                        int /*unused*/, char** /*unused*/)
 {
-    return call_service(http::verb::post, host, port, path, nullptr, std::move(body), reply,
-                        timeout);
+    return host::call_service(host::http::verb::post, host, port, path, nullptr, std::move(body),
+                              reply, timeout);
 }
 
 long rova_DELETE_request(const char* host, int port, const char* path, query_object* query,
                          std::string& reply, long timeout, bool /*unused*/, bool /*unused*/,
                          int /*unused*/, char** /*unused*/)
 {
-    return call_service(http::verb::delete_, host, port, path, query, "", reply, timeout);
+    return host::call_service(host::http::verb::delete_, host, port, path, query, "", reply,
+                              timeout);
 }

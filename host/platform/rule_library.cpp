@@ -17,6 +17,8 @@
 #include "platform/config_client.h"
 #include "platform/rule_log.h"
 
+namespace host
+{
 namespace
 {
 
@@ -96,7 +98,7 @@ std::string_view text_member(json_object* object, const char* name)
 }
 
 // Of elements of the same name the first one counts.
-Json to_json(const host::XmlElement& element)
+Json to_json(const XmlElement& element)
 {
     if (element.children.empty()) {
         return make_text(element.text);
@@ -111,11 +113,11 @@ Json to_json(const host::XmlElement& element)
 }
 
 // The XML document stored in `node`. Nothing when it is not readable, which is logged.
-std::optional<host::XmlElement> read_content(json_object* node)
+std::optional<XmlElement> read_content(json_object* node)
 {
     std::string error = "not base64";
-    const auto document = host::decode_base64(text_member(node, "content"));
-    auto root = document ? host::parse_xml(*document, error) : std::nullopt;
+    const auto document = decode_base64(text_member(node, "content"));
+    auto root = document ? parse_xml(*document, error) : std::nullopt;
     if (!root) {
         rule_log("Rule list: content of [%s]: %s", std::string(text_member(node, "GUID")).c_str(),
                  error.c_str());
@@ -124,7 +126,7 @@ std::optional<host::XmlElement> read_content(json_object* node)
 }
 
 // What the entries of rules and profiles have in common.
-Json make_entry(json_object* node, const std::optional<host::XmlElement>& root)
+Json make_entry(json_object* node, const std::optional<XmlElement>& root)
 {
     Json entry = owned(json_object_new_object());
     add_member(entry, "GUID", make_text(text_member(node, "GUID")));
@@ -165,7 +167,7 @@ Profiles read_profiles(json_object* nodes, int type)
 
 // The profiles that the elements named `prefix` and a number inside `container` refer to. Takes
 // their sizes from `room`. A reference without a profile is left out.
-Json referred_profiles(const host::XmlElement* container, std::string_view prefix,
+Json referred_profiles(const XmlElement* container, std::string_view prefix,
                        const Profiles& profiles, size_t& room)
 {
     Json list = owned(json_object_new_array());
@@ -178,7 +180,7 @@ Json referred_profiles(const host::XmlElement* container, std::string_view prefi
             continue;
         }
         if (found->second.size > room) {
-            throw ListFailure(host::RULE_LIST_TOO_LARGE, "the rules name too many profiles");
+            throw ListFailure(RULE_LIST_TOO_LARGE, "the rules name too many profiles");
         }
         room -= found->second.size;
         add_element(list, Json(json_object_get(found->second.entry.get())));
@@ -220,9 +222,9 @@ Json parse_reply(const std::string& reply)
     Json root(json_tokener_parse_ex(tokener.get(), reply.data(), static_cast<int>(reply.size())));
     const auto error = json_tokener_get_error(tokener.get());
     if (error != json_tokener_success) {
-        throw ListFailure(host::RULES_NOT_READABLE, error == json_tokener_continue
-                                                        ? "the reply ends too early"
-                                                        : json_tokener_error_desc(error));
+        throw ListFailure(RULES_NOT_READABLE, error == json_tokener_continue
+                                                  ? "the reply ends too early"
+                                                  : json_tokener_error_desc(error));
     }
     return root;
 }
@@ -232,15 +234,15 @@ json_object* nodes_of_reply(json_object* root)
 {
     json_object* err_code = find_member(root, "err_code", json_type_int);
     if (err_code == nullptr) {
-        throw ListFailure(host::RULES_NOT_READABLE, "the reply has no err_code");
+        throw ListFailure(RULES_NOT_READABLE, "the reply has no err_code");
     }
     if (json_object_get_int64(err_code) != 0) {
-        throw ListFailure(host::RULES_REFUSED, "the service answered with err_code " +
-                                                   std::to_string(json_object_get_int64(err_code)));
+        throw ListFailure(RULES_REFUSED, "the service answered with err_code " +
+                                             std::to_string(json_object_get_int64(err_code)));
     }
     json_object* nodes = find_member(root, "content", json_type_array);
     if (nodes == nullptr) {
-        throw ListFailure(host::RULES_NOT_READABLE, "the reply has no content");
+        throw ListFailure(RULES_NOT_READABLE, "the reply has no content");
     }
     return nodes;
 }
@@ -254,21 +256,21 @@ Json fetch_rule_list()
     const long result = rova_GET_request("127.0.0.1", PORT, "/cfg/Rule", &query, reply, TIME_LIMIT,
                                          false, false, 0, nullptr);
     if (result != 0) {
-        throw ListFailure(host::RULES_NOT_FETCHED,
-                          "the call failed with " + std::to_string(result));
+        throw ListFailure(RULES_NOT_FETCHED, "the call failed with " + std::to_string(result));
     }
     const Json root = parse_reply(reply);
     return make_rule_list(nodes_of_reply(root.get()));
 }
 
 }  // namespace
+}  // namespace host
 
 int get_all_rules(json_object** out)
 {
     try {
-        *out = fetch_rule_list().release();
+        *out = host::fetch_rule_list().release();
         return 0;
-    } catch (const ListFailure& failure) {
+    } catch (const host::ListFailure& failure) {
         rule_log("Rule list: %s", failure.what());
         return failure.code();
     } catch (const std::exception& exception) {

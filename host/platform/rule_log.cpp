@@ -12,13 +12,15 @@
 
 #include "host/platform/recorder_files.h"
 
+namespace host
+{
 namespace
 {
 
 // The log file, open until the process ends, or standard error.
 int open_log()
 {
-    const auto path = host::recorder_path("rule.log");
+    const auto path = recorder_path("rule.log");
     if (!path) {
         return STDERR_FILENO;
     }
@@ -92,21 +94,22 @@ void write_line(std::string_view line)
 }
 
 }  // namespace
+}  // namespace host
 
 void rule_log(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
     try {
-        std::string message = format_message(format, arguments);
+        std::string message = host::format_message(format, arguments);
         if (!message.empty() && message.back() == '\n') {
             message.pop_back();
         }
-        std::string line = line_start();
+        std::string line = host::line_start();
         line.reserve(line.size() + message.size() + 1);
-        append_escaped(line, message);
+        host::append_escaped(line, message);
         line += '\n';
-        write_line(line);
+        host::write_line(line);
     } catch (const std::exception&) {
         constexpr std::string_view LOST = "A log message was lost: out of memory\n";
         [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, LOST.data(), LOST.size());
