@@ -27,7 +27,7 @@ std::optional<std::string> decode_base64(std::string_view text)
     }
     bytes.resize(length);
     // The decoder skips white space, which this form does not have.
-    if (encode_base64(bytes) != text) {
+    if (BASE64_ENCODE_RAW_LENGTH(length) != text.size()) {
         return std::nullopt;
     }
     return bytes;

@@ -1,6 +1,6 @@
 #include "host/config_service/reply.h"
 
-#include "host/config_service/json.h"
+#include "host/common/json.h"
 
 namespace host
 {

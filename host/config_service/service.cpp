@@ -1,12 +1,11 @@
 #include "host/config_service/service.h"
 
-#include <uriparser/Uri.h>
-
 #include <algorithm>
 #include <iterator>
 #include <new>
 
-#include "host/config_service/json.h"
+#include "host/common/json.h"
+#include "host/common/query.h"
 #include "host/config_service/multicall.h"
 #include "host/config_service/refusal.h"
 #include "host/config_service/reply.h"
@@ -16,10 +15,6 @@ namespace host
 
 namespace
 {
-
-struct QueryDeleter {
-    void operator()(UriQueryListA* query) const { uriFreeQueryListA(query); }
-};
 
 struct Target {
     std::string_view path;
@@ -35,22 +30,11 @@ Target split_target(std::string_view target)
     return {target.substr(0, mark), target.substr(mark + 1)};
 }
 
-// The value of the first parameter GUID, decoded.
 std::string read_guid_parameter(std::string_view query)
 {
-    if (query.find("%00") != std::string_view::npos) {
-        throw Refusal(ErrorCode::missing_guid, "the query has a zero byte");
-    }
-    UriQueryListA* list = nullptr;
-    int count = 0;
-    if (uriDissectQueryMallocA(&list, &count, query.data(), query.data() + query.size()) !=
-        URI_SUCCESS) {
-        throw std::bad_alloc();
-    }
-    const std::unique_ptr<UriQueryListA, QueryDeleter> parameters(list);
-    for (const UriQueryListA* item = list; item != nullptr; item = item->next) {
-        if (std::string_view(item->key) == "GUID") {
-            return item->value == nullptr ? "" : item->value;
+    for (QueryParameter& parameter : split_query(query)) {
+        if (parameter.name == "GUID") {
+            return std::move(parameter.value);
         }
     }
     throw Refusal(ErrorCode::missing_guid, "the query has no parameter GUID");
