@@ -240,7 +240,7 @@ TEST(XmlDocumentTest, NestingHasALimit)
     std::string error;
     for (int levels = 1; levels < 1000; ++levels) {
         text.insert(text.size() / 7 * 3, "<a></a>");
-        EXPECT_EQ(parse_xml(text, error).has_value(), levels <= 32);
+        EXPECT_EQ(XmlParser(1000).parse(text, error).has_value(), levels <= 32);
     }
 }
 

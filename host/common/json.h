@@ -11,8 +11,8 @@ namespace host
 {
 
 // Parses a JSON object or array with nothing after it. Nothing when `text` is not that, is nested
-// deeper than 16 levels, or has more than `max_elements` members and elements; `error` then says why.
-// Strings may hold any bytes. Throws std::bad_alloc.
+// deeper than 16 levels, or has more than `max_elements` members and elements; `error` then says
+// why. Strings may hold any bytes. Throws std::bad_alloc.
 std::optional<Json::Value> parse_json(std::string_view text, size_t max_elements,
                                       std::string& error);
 

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 namespace host
@@ -17,13 +15,9 @@ namespace
 
 constexpr size_t MAX_DEPTH = 32;
 
-struct ParserDeleter {
-    void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
-};
-using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserDeleter>;
-
 struct Builder {
     XML_Parser parser;
+    size_t& elements_left;
     std::vector<XmlElement> open;  // the elements whose end tag is still to come, outermost first
     XmlElement root;               // set at its end tag
     const char* refusal = nullptr;
@@ -46,6 +40,11 @@ void start_element(void* data, const char* name, const char** /*attributes*/)
     builder.open.push_back({name, {}, {}});
     if (builder.open.size() > MAX_DEPTH) {
         refuse(builder, "nested too deeply");
+    }
+    if (builder.elements_left == 0) {
+        refuse(builder, "too many elements");
+    } else {
+        --builder.elements_left;
     }
 }
 
@@ -99,20 +98,34 @@ const XmlElement* XmlElement::child(std::string_view child_name) const
     return found == children.end() ? nullptr : &*found;
 }
 
-std::optional<XmlElement> parse_xml(std::string_view document, std::string& error)
+XmlParser::XmlParser(size_t max_elements)
+    : parser_(XML_ParserCreate(nullptr)), elements_left_(max_elements)
 {
-    const Parser parser(XML_ParserCreate(nullptr));
-    if (parser == nullptr) {
+    if (parser_ == nullptr) {
         throw std::bad_alloc();
     }
+}
+
+void XmlParser::Deleter::operator()(XML_ParserStruct* parser) const
+{
+    XML_ParserFree(parser);
+}
+
+std::optional<XmlElement> XmlParser::parse(std::string_view document, std::string& error)
+{
     if (document.size() > static_cast<size_t>(std::numeric_limits<int>::max())) {
         error = "line 1: the document is too long";
         return std::nullopt;
     }
-    Builder builder{parser.get(), {}, {}};
+    XML_ParserReset(parser_.get(), nullptr);
+    Builder builder{parser_.get(), elements_left_, {}, {}};
+    builder.open.reserve(MAX_DEPTH);
     set_handlers(builder);
-    if (XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE) !=
+    if (XML_Parse(parser_.get(), document.data(), static_cast<int>(document.size()), XML_TRUE) !=
         XML_STATUS_OK) {
+        if (XML_GetErrorCode(parser_.get()) == XML_ERROR_NO_MEMORY) {
+            throw std::bad_alloc();
+        }
         error = describe_error(builder);
         return std::nullopt;
     }

@@ -10,6 +10,8 @@ namespace host
 namespace
 {
 
+constexpr size_t MAX_ELEMENTS = 1000;
+
 // The elements and the prefix of the members that make up one list: how many there are, and they.
 struct ListForm {
     std::string count;
@@ -37,7 +39,7 @@ XmlElement read_document(const std::string& content, const std::string& expected
         throw Refusal(ErrorCode::bad_call, "content is not base64");
     }
     std::string error;
-    std::optional<XmlElement> root = parse_xml(*document, error);
+    std::optional<XmlElement> root = XmlParser(MAX_ELEMENTS).parse(*document, error);
     if (!root) {
         throw Refusal(ErrorCode::bad_call, "content cannot be read as XML: " + error);
     }

@@ -26,9 +26,12 @@ namespace
 
 constexpr size_t MAX_ELEMENTS = 250000;
 
-// The profiles of a list, counted in bytes of their stored content at each place they are put. A
-// profile may be named by any number of rules, so a small reply could otherwise make a huge list.
+// The profiles of a list, counted in bytes at each place they are put. A profile may be named by
+// any number of rules, so a small reply could otherwise make a huge list.
 constexpr size_t PROFILE_LIMIT = 64UL * 1024 * 1024;
+
+// What a profile takes in a list besides its texts.
+constexpr size_t PROFILE_OVERHEAD = 64;
 
 struct JsonRelease {
     void operator()(json_object* object) const { json_object_put(object); }
@@ -100,11 +103,14 @@ JsonObject to_json(const XmlElement& element)
 }
 
 // The XML document stored in `node`. Nothing when it is not readable, which is logged.
-std::optional<XmlElement> read_content(const Json::Value& node)
+std::optional<XmlElement> read_content(const Json::Value& node, XmlParser& parser)
 {
     std::string error = "not base64";
     const auto document = decode_base64(text_member(node, "content"));
-    auto root = document ? parse_xml(*document, error) : std::nullopt;
+    auto root = document ? parser.parse(*document, error) : std::nullopt;
+    if (parser.elements_left() == 0) {
+        throw ListFailure(RULE_LIST_TOO_LARGE, "the rules have too many elements");
+    }
     if (!root) {
         rule_log("Rule list: content of [%s]: %s", std::string(text_member(node, "GUID")).c_str(),
                  error.c_str());
@@ -133,24 +139,25 @@ JsonObject make_entry(const Json::Value& node, const std::optional<XmlElement>& 
 
 struct Profile {
     JsonObject entry;
-    size_t size;  // of the stored content
+    size_t size;
 };
 using Profiles = std::unordered_map<std::string_view, Profile>;  // by GUID
 
 bool has_type(const Json::Value& node, NodeType type)
 {
     const Json::Value* const member = find_member(node, "type", Json::intValue);
-    return member != nullptr && *member == static_cast<int>(type);
+    return member != nullptr && member->asLargestInt() == static_cast<int>(type);
 }
 
-Profiles read_profiles(const Json::Value& nodes, NodeType type)
+Profiles read_profiles(const Json::Value& nodes, NodeType type, XmlParser& parser)
 {
     Profiles profiles;
     for (const Json::Value& node : nodes) {
         if (has_type(node, type)) {
-            profiles.try_emplace(
-                text_member(node, "GUID"),
-                Profile{make_entry(node, read_content(node)), text_member(node, "content").size()});
+            const std::string_view guid = text_member(node, "GUID");
+            const size_t size = guid.size() + text_member(node, "name").size() +
+                                text_member(node, "content").size() + PROFILE_OVERHEAD;
+            profiles.try_emplace(guid, Profile{make_entry(node, read_content(node, parser)), size});
         }
     }
     return profiles;
@@ -181,15 +188,16 @@ JsonObject referred_profiles(const XmlElement* container, std::string_view prefi
 
 JsonObject make_rule_list(const Json::Value& nodes)
 {
-    const Profiles events = read_profiles(nodes, NodeType::event_profile);
-    const Profiles actions = read_profiles(nodes, NodeType::action_profile);
+    XmlParser parser(MAX_ELEMENTS);
+    const Profiles events = read_profiles(nodes, NodeType::event_profile, parser);
+    const Profiles actions = read_profiles(nodes, NodeType::action_profile, parser);
     size_t room = PROFILE_LIMIT;
     JsonObject rules = owned(json_object_new_array());
     for (const Json::Value& node : nodes) {
         if (!has_type(node, NodeType::rule)) {
             continue;
         }
-        const auto root = read_content(node);
+        const auto root = read_content(node, parser);
         const auto* event_list = root ? root->child("EventProfiles") : nullptr;
         const auto* action_list = root ? root->child("ActionProfiles") : nullptr;
         JsonObject rule = make_entry(node, root);
