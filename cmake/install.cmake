@@ -9,14 +9,19 @@ install(TARGETS rule_operation.cgi RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COM
 install(DIRECTORY platform DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/rule_operation"
         COMPONENT program FILES_MATCHING PATTERN "*.h")
 set(RULE_INSTALLED_PROGRAM "${CMAKE_INSTALL_FULL_LIBEXECDIR}/rule_operation/rule_operation.cgi")
-configure_file(cmake/lighttpd.conf.in lighttpd.conf @ONLY)
+# The host recorder's text, which does not know the program's place.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS host/web_server/rule_endpoint.conf)
+file(READ host/web_server/rule_endpoint.conf RULE_ENDPOINT_CONF)
+file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
+     "var.rule_program = \"${RULE_INSTALLED_PROGRAM}\"\n${RULE_ENDPOINT_CONF}")
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
         DESTINATION "${RULE_DATA_DIR}" COMPONENT program)
 
 # The host recorder, when it is the platform of this build.
 if(TARGET config_service)
     install(TARGETS config_service RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
-    install(FILES host/web_server/lighttpd.conf host/recorder/cameras.txt
+    install(FILES host/web_server/lighttpd.conf host/web_server/rule_endpoint.conf
+                  host/recorder/cameras.txt
             DESTINATION "${RULE_DATA_DIR}/host" COMPONENT host)
 endif()
 

@@ -1,0 +1,175 @@
+"""Runs a host recorder on this machine and asks it: its configuration service, its web server, and
+the program as a process of its own. Whatever needs a recorder drives it with this module."""
+
+import base64
+import contextlib
+import json
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+import urllib.parse
+
+from recorder_files import (PROJECT, USER, RecorderError, lock_machine, make_scratch_directory,
+                            prepare)
+
+sys.path.insert(0, str(PROJECT / "examples/client"))
+from rule_client import RuleClient  # noqa: E402
+
+SERVICE_URL = "http://127.0.0.1:10141"
+
+
+class Recorder:
+    """A recorder, as a context manager: inside it the recorder's files are there, no other recorder
+    runs on this machine, and what is started ends with it at the latest."""
+
+    def __init__(self, bin_dir, state=None, port=None):
+        """With the programs of `bin_dir`, its files in the directory `state`, or in one that goes
+        with the recorder, and its web server on `port`, or on any free one."""
+        self.program = pathlib.Path(bin_dir).resolve() / "rule_operation.cgi"
+        self.state = pathlib.Path(state).absolute() if state else None
+        self.port = port
+        self.user = USER
+        self.service = self.web = None  # the processes
+        self._cleanup = contextlib.ExitStack()
+
+    def __enter__(self):
+        with contextlib.ExitStack() as cleanup:
+            cleanup.callback(os.close, lock_machine())
+            if not self.state:
+                self.state = make_scratch_directory()
+                cleanup.callback(shutil.rmtree, self.state, ignore_errors=True)
+            self.password = prepare(self.state)
+            self._cleanup = cleanup.pop_all()
+        return self
+
+    def __exit__(self, *_):
+        self._cleanup.close()
+
+    def start(self):
+        """Starts the configuration service and the web server."""
+        self.start_service()
+        self.web, self.url = self.start_web_server(self.program)
+        self.client = RuleClient(self.url, self.user, self.password)
+
+    def start_service(self):
+        log = self.state / "config_service.log"
+        with log.open("wb") as output:
+            self.service = self._start(
+                self.program.with_name("config_service"), "--database", self.state / "rules.db",
+                stdout=output, stderr=output)
+        _wait_for_start(self.service, log, lambda: b" listening on " in log.read_bytes())
+
+    def start_web_server(self, program, prefix=()):
+        """Starts a web server for the CGI program. `prefix` is the beginning of the command that
+        starts it. Returns the process and the program's URL once a client can connect."""
+        port = _free_port(self.port)
+        log = self.state / "web_server.log"
+        environment = {"PATH": os.environ["PATH"] + ":/usr/sbin", "RULE_WEB_PORT": str(port),
+                       "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
+        with log.open("ab") as output:
+            web = self._start(*prefix, "lighttpd", "-D", "-f",
+                              PROJECT / "host/web_server/lighttpd.conf",
+                              env=environment, stderr=output)
+        _wait_for_start(web, log, lambda: _is_open(port))
+        return web, f"http://127.0.0.1:{port}/rule"
+
+    def _start(self, *command, **options):
+        """Starts a process that ends with the recorder, and with this process when it is killed."""
+        process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command],
+                                   stdin=subprocess.DEVNULL, umask=0o077, **options)
+        self._cleanup.callback(stop, process)
+        return process
+
+    def request(self, method, target="", body=b"", client=None):
+        """Asks over HTTP, as the recorder's own user unless another client is given; returns the
+        client's Answer. `target` follows the path of the rule endpoint."""
+        answer = (client or self.client).request(method, target, body)
+        headers = "".join(f"{name}: {value}\r\n" for name, value in answer.headers.items())
+        head = f"HTTP/1.1 {answer.status} \r\n{headers}\r\n".encode()
+        record_exchange(method, body, head + answer.body)
+        return answer
+
+    def run_program(self, method, body=b"", query="func=addRule"):
+        """Asks a process of the program without any web server; returns what subprocess.run does."""
+        return subprocess.run(
+            [self.program], input=body, capture_output=True, timeout=60,
+            env={**self.environment(), "REQUEST_METHOD": method, "QUERY_STRING": query,
+                 "CONTENT_LENGTH": str(len(body))})
+
+    def environment(self):
+        """What tells a process of the program which recorder it serves, and who asks."""
+        login = base64.b64encode(f"{self.user}:{self.password}".encode()).decode()
+        return {"RULE_RECORDER_DIR": str(self.state), "HTTP_AUTHORIZATION": f"Basic {login}"}
+
+    def connect(self):
+        """A connection to the web server, for clients that send what they like."""
+        address = urllib.parse.urlsplit(self.url)
+        return socket.create_connection((address.hostname, address.port), timeout=60)
+
+    def running_programs(self):
+        """How many processes of the program the web server has."""
+        children = pathlib.Path(f"/proc/{self.web.pid}/task/{self.web.pid}/children")
+        return len(children.read_text().split())
+
+
+def ask_service(method, path):
+    """Asks the configuration service; returns the document that it answers."""
+    return json.loads(RuleClient(SERVICE_URL).request(method, path).body)
+
+
+def record_exchange(method, body, answer):
+    """Adds a request and its answer, both as bytes, to the file that the environment variable
+    RULE_EXCHANGES names, if any, for the check of the API document."""
+    path = os.environ.get("RULE_EXCHANGES")
+    if path:
+        exchange = {"method": method, "body": body.decode(errors="replace"),
+                    "answer": answer.decode(errors="replace")}
+        with open(path, "a", encoding="utf-8") as file:
+            file.write(json.dumps(exchange) + "\n")
+
+
+def wait_until(condition, seconds=60):
+    """Waits until `condition()` is true, or for that many seconds; returns its last value."""
+    end = time.monotonic() + seconds
+    while not (value := condition()) and time.monotonic() < end:
+        time.sleep(0.02)
+    return value
+
+
+def stop(process):
+    """Ends a process as its user would, or else kills it. Returns its exit status."""
+    process.send_signal(signal.SIGCONT)
+    process.terminate()
+    try:
+        return process.wait(timeout=10)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        return process.wait()
+
+
+def _wait_for_start(process, log, has_started):
+    started = wait_until(lambda: process.poll() is not None or has_started())
+    if not started or process.poll() is not None:
+        last_lines = log.read_text(errors="replace").splitlines()[-3:]
+        raise RecorderError("\n".join([f"{log.stem} does not start:", *last_lines]))
+
+
+def _free_port(wanted):
+    """The port `wanted` of 127.0.0.1, or any when it is None; nothing listens on it."""
+    with socket.socket() as probe:
+        probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        try:
+            probe.bind(("127.0.0.1", wanted or 0))
+        except OSError as error:
+            raise RecorderError(f"port {wanted} of 127.0.0.1: {error.strerror}") from error
+        return probe.getsockname()[1]
+
+
+def _is_open(port):
+    with socket.socket() as probe:
+        return probe.connect_ex(("127.0.0.1", port)) == 0

@@ -1,0 +1,106 @@
+"""The files of a host recorder, safe from other users of the machine: the lock that keeps recorders
+apart, the directory, and what is there before the recorder starts."""
+
+import fcntl
+import os
+import pathlib
+import secrets
+import shutil
+import stat
+import subprocess
+import sys
+import tempfile
+
+PROJECT = pathlib.Path(__file__).resolve().parents[2]
+LOCK = "/tmp/rule-recorder.lock"
+SCRATCH_PREFIX = "rule-recorder-state."
+USER = "admin"
+
+
+class RecorderError(Exception):
+    """A recorder cannot run; the text says why."""
+
+
+def lock_machine():
+    """Waits until no other recorder runs on this machine, and keeps others waiting until the
+    descriptor that it returns is closed."""
+    # For reading only and without O_CREAT where it exists, because it may be another user's.
+    flags = os.O_RDONLY | os.O_NONBLOCK | os.O_NOFOLLOW
+    try:
+        try:
+            descriptor = os.open(LOCK, flags | os.O_CREAT | os.O_EXCL)
+            os.fchmod(descriptor, 0o644)
+        except FileExistsError:
+            descriptor = os.open(LOCK, flags)
+    except OSError as error:
+        raise RecorderError(f"cannot lock {LOCK}: {error.strerror}") from error
+    if not stat.S_ISREG(os.fstat(descriptor).st_mode):
+        raise RecorderError(f"cannot lock {LOCK}: not a regular file")
+    try:
+        fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        print("waiting for another recorder on this machine to end", file=sys.stderr)
+        fcntl.flock(descriptor, fcntl.LOCK_EX)
+    return descriptor
+
+
+def make_scratch_directory():
+    """Makes a directory that its caller removes, and removes those that killed recorders have left:
+    whoever has the lock runs the only one."""
+    for path in pathlib.Path(tempfile.gettempdir()).glob(SCRATCH_PREFIX + "*/"):
+        if path.lstat().st_uid == os.geteuid() and not path.is_symlink():
+            shutil.rmtree(path, ignore_errors=True)
+    return pathlib.Path(tempfile.mkdtemp(prefix=SCRATCH_PREFIX))
+
+
+def prepare(state):
+    """Makes the files in the directory `state` that are not there yet; returns the password."""
+    try:
+        make_private_directory(state)
+        (state / "www").mkdir(exist_ok=True)
+        reference = state / "www/reference"
+        reference.unlink(missing_ok=True)
+        reference.symlink_to(PROJECT / "build/reference")
+        if not (state / "cameras.txt").exists():
+            write_file(state / "cameras.txt",
+                       (PROJECT / "host/recorder/cameras.txt").read_text())
+        password = read_or_make_password(state / "password")
+        write_file(state / "users", f"{USER}:{hash_password(password)}\n")
+    except OSError as error:
+        raise RecorderError(f"no recorder can be kept in {state}: {error}") from error
+    return password
+
+
+def make_private_directory(path):
+    """Makes the directory if it is not there. Others must not be able to change what is in it."""
+    for part in (path, *path.parents):
+        if part.is_symlink() and part.lstat().st_uid not in (0, os.geteuid()):
+            raise RecorderError(f"{part} is a symbolic link of another user")
+    path.mkdir(mode=0o700, parents=True, exist_ok=True)
+    status = path.stat()
+    if status.st_uid != os.geteuid() or status.st_mode & (stat.S_IWGRP | stat.S_IWOTH):
+        raise RecorderError(f"{path}: other users can write there")
+
+
+def write_file(path, text):
+    """Writes the file as a whole or not at all; only its owner can read it."""
+    new = path.with_name(path.name + ".new")
+    with open(os.open(new, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w") as file:
+        file.write(text)
+    new.replace(path)
+
+
+def read_or_make_password(path):
+    if not path.exists():
+        write_file(path, secrets.token_hex(12) + "\n")
+    password = path.read_text().rstrip("\n")
+    if not password or "\n" in password:
+        raise RecorderError(f"{path} must hold one line with the password; without the file"
+                            " the recorder makes one")
+    return password
+
+
+def hash_password(password):
+    """As crypt(3) makes it, with few rounds because every request pays for them."""
+    return subprocess.run(["mkpasswd", "--method=sha256crypt", "--rounds=1000", "--stdin"],
+                          input=password, text=True, check=True, stdout=subprocess.PIPE).stdout.strip()
