@@ -18,7 +18,7 @@ from recorder_files import (PROJECT, USER, RecorderError, lock_machine, make_scr
                             prepare)
 
 sys.path.insert(0, str(PROJECT / "examples/client"))
-from rule_client import RuleClient  # noqa: E402
+from rule_client import Rule, RuleClient  # noqa: E402, F401
 
 SERVICE_URL = "http://127.0.0.1:10141"
 
@@ -57,33 +57,45 @@ class Recorder:
         self.client = RuleClient(self.url, self.user, self.password)
 
     def start_service(self):
+        """Starts the configuration service on the recorder's database."""
         log = self.state / "config_service.log"
-        with log.open("wb") as output:
+        with log.open("ab") as output:
+            start = output.tell()
             self.service = self._start(
                 self.program.with_name("config_service"), "--database", self.state / "rules.db",
                 stdout=output, stderr=output)
-        _wait_for_start(self.service, log, lambda: b" listening on " in log.read_bytes())
+        self._wait_for_start(self.service, log.stem,
+                             lambda: b" listening" in log.read_bytes()[start:])
 
     def start_web_server(self, program, prefix=()):
         """Starts a web server for the CGI program. `prefix` is the beginning of the command that
         starts it. Returns the process and the program's URL once a client can connect."""
         port = _free_port(self.port)
-        log = self.state / "web_server.log"
         environment = {"PATH": os.environ["PATH"] + ":/usr/sbin", "RULE_WEB_PORT": str(port),
                        "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
-        with log.open("ab") as output:
+        with (self.state / "web_server.log").open("ab") as log:
             web = self._start(*prefix, "lighttpd", "-D", "-f",
                               PROJECT / "host/web_server/lighttpd.conf",
-                              env=environment, stderr=output)
-        _wait_for_start(web, log, lambda: _is_open(port))
+                              env=environment, stderr=log)
+        self._wait_for_start(web, "web_server", lambda: _is_open(port))
         return web, f"http://127.0.0.1:{port}/rule"
 
     def _start(self, *command, **options):
         """Starts a process that ends with the recorder, and with this process when it is killed."""
-        process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command],
-                                   stdin=subprocess.DEVNULL, umask=0o077, **options)
+        process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command], umask=0o077,
+                                   stdin=subprocess.DEVNULL, start_new_session=True, **options)
         self._cleanup.callback(stop, process)
         return process
+
+    def _wait_for_start(self, process, name, has_started):
+        started = wait_until(lambda: process.poll() is not None or has_started())
+        if not started or process.poll() is not None:
+            raise RecorderError(f"{name} does not start:\n{self.last_lines(name)}")
+
+    def last_lines(self, name):
+        """The end of the log of `config_service` or `web_server`."""
+        log = (self.state / f"{name}.log").read_text(errors="replace")
+        return "\n".join(log.splitlines()[-3:])
 
     def request(self, method, target="", body=b"", client=None):
         """Asks over HTTP, as the recorder's own user unless another client is given; returns the
@@ -115,6 +127,29 @@ class Recorder:
         """How many processes of the program the web server has."""
         children = pathlib.Path(f"/proc/{self.web.pid}/task/{self.web.pid}/children")
         return len(children.read_text().split())
+
+
+def build_programs():
+    """Builds the programs of a recorder, and no others; returns their directory."""
+    subprocess.run(["bash", "-c", 'set -eu; source scripts/lib.sh; build dev "" "$@"', "build",
+                    "rule_operation.cgi", "config_service"], cwd=PROJECT, check=True)
+    return PROJECT / "build/dev/bin"
+
+
+def run_command(main, *arguments):
+    """Runs a command's `main`, which signals end in an orderly way too."""
+    end_on_signals(1)
+    try:
+        main(*arguments)
+    except RecorderError as error:
+        sys.exit(str(error))
+    except subprocess.CalledProcessError as error:
+        sys.exit(error.returncode)  # it has said why
+
+
+def end_on_signals(exit_status):
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: sys.exit(exit_status))
 
 
 def ask_service(method, path):
@@ -150,13 +185,6 @@ def stop(process):
     except subprocess.TimeoutExpired:
         process.kill()
         return process.wait()
-
-
-def _wait_for_start(process, log, has_started):
-    started = wait_until(lambda: process.poll() is not None or has_started())
-    if not started or process.poll() is not None:
-        last_lines = log.read_text(errors="replace").splitlines()[-3:]
-        raise RecorderError("\n".join([f"{log.stem} does not start:", *last_lines]))
 
 
 def _free_port(wanted):

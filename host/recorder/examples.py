@@ -1,0 +1,52 @@
+"""Runs the examples in the pages of docs/: examples.py [BIN_DIR [PAGE]]
+Starts a recorder, shows each command of docs/api.md, or of PAGE, with what it prints, and fails if
+that is not what the page says. In a block marked `console` a command stands after "$ ", and what it
+prints in the lines that follow."""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+from recorder import PROJECT, Recorder, build_programs, run_command
+
+
+def read_examples(page):
+    """The commands of a page, each with what it prints."""
+    blocks = re.findall(r"^```console\n(.*?)^```", page.read_text(), re.DOTALL | re.MULTILINE)
+    return re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", "".join(blocks), re.MULTILINE)
+
+
+def run_examples(examples, recorder):
+    """What the commands print, in one shell because later ones use the variables of earlier ones.
+    The pages call the rule endpoint `rule` and its user's credentials `account`."""
+    (recorder.state / ".curlrc").write_text("silent\nshow-error\n")  # instead of the user's
+    script = "".join(f"{command}\nprintf '\\0'\n" for command, _ in examples)
+    environment = {**os.environ, "rule": recorder.url,
+                   "account": f"{recorder.user}:{recorder.password}",
+                   "CURL_HOME": str(recorder.state), "no_proxy": "*"}
+    done = subprocess.run(["bash", "-c", script], env=environment, stdout=subprocess.PIPE, text=True)
+    return done.stdout.split("\0")[:-1]
+
+
+def comparable(text):
+    """Without the random parts of derived GUIDs, and without line feeds at the end."""
+    return re.sub(r"(1{10}|2{10}|3{10})[0-9A-F]{18}", r"\1...", text).rstrip("\n")
+
+
+def main(bin_dir=None, page=PROJECT / "docs/api.md"):
+    with Recorder(bin_dir or build_programs()) as recorder:
+        recorder.start()
+        examples = read_examples(pathlib.Path(page))
+        for (command, expected), printed in zip(examples, run_examples(examples, recorder)):
+            print(f"$ {command}\n{printed.rstrip()}\n")
+            if comparable(printed) != comparable(expected):
+                sys.exit(f"not as in {page}, which says:\n{expected}")
+        if len(examples) < 3:
+            sys.exit(f"{page} has lost its examples")
+    print(f"{len(examples)} examples, each answered as in {page}. All that ran has been stopped.")
+
+
+if __name__ == "__main__":
+    run_command(main, *sys.argv[1:])

@@ -1,0 +1,59 @@
+"""Runs the host recorder in the foreground for a client under development."""
+
+import argparse
+import os
+import sys
+
+from recorder import PROJECT, Recorder, RecorderError, build_programs, end_on_signals, run_command
+
+ADVICE = """\
+recorder at {url}, user {user}, password {password}
+files in {state} (the endpoint's log: rule.log); Ctrl-C ends it
+
+A quick rule, event 536936448 on channel 3 records channel 3, and then the list of rules:
+  curl -u {user}:{password} '{url}?func=addRule' -d '{{"rule": {{"event": [{{"eventID": 536936448, \
+"camera": [{{"chIdx": 3}}]}}], "action": [{{"ActionName": "RecordControl", "chIdx": [3]}}]}}}}'
+  curl -u {user}:{password} {url}
+"""
+
+
+def port_number(text):
+    if not text.isdecimal() or not 1 <= int(text) <= 65535:
+        raise argparse.ArgumentTypeError(f"not a port number: {text}")
+    return int(text)
+
+
+def read_arguments():
+    parser = argparse.ArgumentParser(prog="scripts/recorder", description=__doc__)
+    parser.add_argument("--state", metavar="DIR",
+                        help="keep the recorder's rules, users and logs in DIR; otherwise in a "
+                        "directory that goes with the recorder. DIR/cameras.txt lists its cameras.")
+    parser.add_argument("--port", metavar="N", type=port_number,
+                        help="serve HTTP on port N of 127.0.0.1; otherwise on any free port")
+    return parser.parse_args()
+
+
+def wait_for_the_end_of(recorder):
+    """Neither server ends by itself."""
+    os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
+    name = "web_server" if recorder.service.poll() is None else "config_service"
+    raise RecorderError(f"{name} has ended:\n{recorder.last_lines(name)}")
+
+
+def main():
+    arguments = read_arguments()
+    with Recorder(build_programs(), arguments.state, arguments.port) as recorder:
+        recorder.start()
+        print(ADVICE.format(**vars(recorder)))
+        if (PROJECT / "build/reference/index.html").exists():
+            page = recorder.url.removesuffix("rule") + "reference/"
+            print(f"The API reference, with requests to try: {page}")
+        else:
+            print("The API reference is not built yet: scripts/build-reference")
+        sys.stdout.flush()
+        end_on_signals(0)
+        wait_for_the_end_of(recorder)
+
+
+if __name__ == "__main__":
+    run_command(main)

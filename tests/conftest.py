@@ -1,0 +1,37 @@
+"""What the tests of a whole recorder share."""
+
+import pytest
+
+from recorder import PROJECT, Recorder, stop, wait_until
+
+
+def pytest_addoption(parser):
+    parser.addoption("--bin-dir", default=PROJECT / "build/dev/bin",
+                     help="directory of the programs under test")
+
+
+@pytest.fixture(scope="session")
+def bin_dir(pytestconfig):
+    return pytestconfig.getoption("bin_dir")
+
+
+@pytest.fixture(scope="module")
+def running_recorder(bin_dir):
+    with Recorder(bin_dir) as recorder:
+        recorder.start()
+        yield recorder
+        stop(recorder.web)
+        stop(recorder.service)
+        # A sanitizer's finding would be there, for one.
+        log = (recorder.state / "config_service.log").read_text()
+        assert set(log.splitlines()) == {"configuration service listening on 127.0.0.1:10141"}
+        assert (recorder.state / "rule_errors.log").read_text() == ""
+
+
+@pytest.fixture
+def recorder(running_recorder):
+    """A running recorder without rules. The case must leave no program running."""
+    client = running_recorder.client
+    client.delete([rule["GUID"] for rule in client.list()])
+    yield running_recorder
+    assert wait_until(lambda: running_recorder.running_programs() == 0)
