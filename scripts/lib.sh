@@ -1,9 +1,10 @@
 # What more than one of the commands needs: building, and a scratch directory.
-# Sourced by them; sets project_dir. Shell options are the caller's: set -euo pipefail.
+# Sourced by them; sets project_dir and python. Shell options are the caller's: set -euo pipefail.
 # shellcheck shell=bash
 
 project_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-export LC_ALL=C.UTF-8 PYTHONDONTWRITEBYTECODE=1
+python=(/usr/bin/python3 -B)  # Debian's own, whatever other Python there is
+export LC_ALL=C.UTF-8
 
 fail() {
     printf '%s\n' "$@" >&2

@@ -1,14 +1,16 @@
 #!/bin/bash
 # The program's file started as a web server starts it, without any service:
-#   process_test.sh PROGRAM|BIN_DIR [EMULATOR...]
-# Of a directory, its rule_operation.cgi on files of the host recorder. EMULATOR... is the
-# beginning of the command that starts a program of another processor. The platform must have cameras
-# on channels 0 and 191 and none on channel 9.
+#   process_test.sh PROGRAM [EMULATOR...]
+# EMULATOR... is the beginning of the command that starts a program of another processor. The platform
+# must have cameras on channels 0 and 191 and none on channel 9. The host recorder's takes its files
+# and its user from RULE_RECORDER_DIR and HTTP_AUTHORIZATION.
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/cases.sh"
 
 export LC_ALL=C  # lengths are bytes
-variables=(REMOTE_USER=admin)  # what every process gets; without them the caller is a stranger
+failures=0
+# What every process gets; without them the caller is a stranger.
+variables=(REMOTE_USER=admin "HTTP_AUTHORIZATION=${HTTP_AUTHORIZATION:-}"
+           "RULE_RECORDER_DIR=${RULE_RECORDER_DIR:-}")
 
 # check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: BODY is the standard input,
 # which stays open behind it. The response must be complete to the byte.
@@ -17,7 +19,12 @@ check() {
     mkfifo "$scratch/input"
     exec {input}<>"$scratch/input"
     printf '%s' "$5" >&"$input"
-    report "$1" answers "$2" "${@:6}"
+    if answers "$2" "${@:6}"; then
+        echo "ok      $1"
+    else
+        echo "FAILED  $1"
+        failures=$((failures + 1))
+    fi
     exec {input}>&-
     rm "$scratch/input"
 }
@@ -29,6 +36,11 @@ answers() {
         <"$scratch/input" >"$scratch/response" || exit_status=$?
     diff <(echo "exit status $1"; cat "$scratch/expected") \
         <(echo "exit status $exit_status"; cat "$scratch/response")
+}
+
+# answer CODE TEXT: the envelope.
+answer() {
+    printf '{ "ret_code": %d, "ret_mesg": "%s" }' "$1" "$2"
 }
 
 # refuse TITLE EXIT_STATUS CODE TEXT BODY [VARIABLE=VALUE...]: a check whose status is 400.
@@ -47,15 +59,10 @@ on_channel() {
 }
 
 program=$(realpath "${1:?the program is missing}")
-make_scratch
-if [[ -d $program ]]; then
-    prepare_recorder "$scratch/state" "$program"
-    token=$(printf '%s' "$recorder_user:$recorder_password" | base64)
-    variables+=("RULE_RECORDER_DIR=$scratch/state" "HTTP_AUTHORIZATION=Basic $token")
-    program+=/rule_operation.cgi
-fi
 command=("${@:2}" "$program")
-lock_recorder  # no configuration service answers
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+trap 'exit 1' HUP INT TERM
 no_camera='GUID is NULL, please check camera is added'
 recording=', "action": [{"ActionName": "RecordControl", "chIdx": [9]}]'
 

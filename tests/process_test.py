@@ -1,0 +1,15 @@
+"""The program's file on the host's platform, without a service."""
+
+import os
+import pathlib
+import subprocess
+
+from recorder import Recorder
+
+SCRIPT = pathlib.Path(__file__).with_name("process_test.sh")
+
+
+def test_processes(bin_dir):
+    with Recorder(bin_dir) as recorder:
+        subprocess.run([SCRIPT, recorder.program], env={**os.environ, **recorder.environment()},
+                       check=True)
