@@ -1,8 +1,7 @@
 """What scripts/bench runs: every figure is a ratio measured in one run, A B A B, medians.
 
-bench.py BENCH_BUILD HOST_BIN RESULTS USER:PASSWORD RULE_URL NOTHING_URL
+bench.py BENCH_BUILD HOST_BIN RESULTS
 """
-import base64
 import http.client
 import json
 import os
@@ -13,20 +12,22 @@ import subprocess
 import sys
 import time
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../host/recorder"))
 from plot import write_plot
+from recorder import Recorder
 
-BENCH, HOST_BIN, RESULTS, LOGIN, RULE_URL, NOTHING_URL = sys.argv[1:]
+BENCH, HOST_BIN, RESULTS = sys.argv[1:]
 PROGRAM = f"{BENCH}/bin/rule_operation.cgi"  # on the platform that answers at once
 HOST_PROGRAM = f"{HOST_BIN}/rule_operation.cgi"
 FLOOR = f"{BENCH}/bench/bench_floor"
 COMPARISON = os.path.join(os.path.dirname(os.path.abspath(__file__)), "comparison_cgi.py")
-AUTHORIZATION = "Basic " + base64.b64encode(LOGIN.encode()).decode()
 BODY = json.dumps({"rule": {"event": [{"eventID": 536936448, "camera": [{"chIdx": 3}]}],
                             "action": [{"ActionName": "RecordControl", "chIdx": [5]}]}})
 BODY_FILE = f"{RESULTS}/body.json"
 RULE_COUNTS = [0, 480, 4800, 48000]
 
 rows = []
+recorder = Recorder(HOST_BIN)
 
 
 def row(what, value, unit, floor=None, goal=None, than=""):
@@ -38,8 +39,7 @@ def row(what, value, unit, floor=None, goal=None, than=""):
 
 def environment(method, **more):
     return {"PATH": os.environ["PATH"], "REQUEST_METHOD": method, "CONTENT_LENGTH": str(len(BODY)),
-            "QUERY_STRING": "func=addRule", "HTTP_AUTHORIZATION": AUTHORIZATION,
-            "RULE_RECORDER_DIR": os.environ["RULE_RECORDER_DIR"], **more}
+            "QUERY_STRING": "func=addRule", **recorder.environment(), **more}
 
 
 def measure(rounds, env, *contenders):
@@ -134,19 +134,21 @@ def requests_per_second(url, connections, script):
 
 
 def web_server_requests():
-    login = f'wrk.headers["Authorization"] = "{AUTHORIZATION}"\n'
+    _, nothing_url = recorder.start_web_server(f"{BENCH}/bench/nothing")
+    authorization = recorder.environment()["HTTP_AUTHORIZATION"]
+    login = f'wrk.headers["Authorization"] = "{authorization}"\n'
     kinds = {"PUT": login + 'wrk.method = "PUT"\n',
              "add rule refused as a duplicate":
                  login + f"wrk.method = \"POST\"\nwrk.body = '{BODY}'\n"}
     timed([HOST_PROGRAM], environment("POST"))
     for kind, script in kinds.items():
         for connections in (1, 8):
-            rates = {RULE_URL: [], NOTHING_URL: []}
+            rates = {recorder.url: [], nothing_url: []}
             for _ in range(3):
                 for url, values in rates.items():
                     values.append(requests_per_second(url + "?func=addRule", connections, script))
             row(f"{kind}, through lighttpd, {connections} connections",
-                statistics.median(rates[RULE_URL]), "1/s", statistics.median(rates[NOTHING_URL]),
+                statistics.median(rates[recorder.url]), "1/s", statistics.median(rates[nothing_url]),
                 None, "a CGI program that does nothing")
     delete_rules()
 
@@ -223,4 +225,6 @@ def main():
                    "system_calls_of_a_put": calls}, file, indent=2)
 
 
-main()
+with recorder:
+    recorder.start()
+    main()
