@@ -40,6 +40,7 @@ class Recorder:
     def __enter__(self):
         with contextlib.ExitStack() as cleanup:
             cleanup.callback(os.close, lock_machine())
+            cleanup.callback(os.umask, os.umask(0o077))
             if not self.state:
                 self.state = make_scratch_directory()
                 cleanup.callback(shutil.rmtree, self.state, ignore_errors=True)
@@ -64,8 +65,8 @@ class Recorder:
             self.service = self._start(
                 self.program.with_name("config_service"), "--database", self.state / "rules.db",
                 stdout=output, stderr=output)
-        self._wait_for_start(self.service, log.stem,
-                             lambda: b" listening" in log.read_bytes()[start:])
+        self._wait_for(self.service, lambda: b" listening" in log.read_bytes()[start:],
+                       "the configuration service does not start:", log)
 
     def start_web_server(self, program, prefix=()):
         """Starts a web server for the CGI program. `prefix` is the beginning of the command that
@@ -73,29 +74,26 @@ class Recorder:
         port = _free_port(self.port)
         environment = {"PATH": os.environ["PATH"] + ":/usr/sbin", "RULE_WEB_PORT": str(port),
                        "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
-        with (self.state / "web_server.log").open("ab") as log:
+        log = self.state / "web_server.log"
+        with log.open("ab") as output:
             web = self._start(*prefix, "lighttpd", "-D", "-f",
                               PROJECT / "host/web_server/lighttpd.conf",
-                              env=environment, stderr=log)
-        self._wait_for_start(web, "web_server", lambda: _is_open(port))
+                              env=environment, stderr=output)
+        self._wait_for(web, lambda: _is_open(port), "the web server does not start:", log)
         return web, f"http://127.0.0.1:{port}/rule"
 
     def _start(self, *command, **options):
         """Starts a process that ends with the recorder, and with this process when it is killed."""
-        process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command], umask=0o077,
+        process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command],
                                    stdin=subprocess.DEVNULL, start_new_session=True, **options)
         self._cleanup.callback(stop, process)
         return process
 
-    def _wait_for_start(self, process, name, has_started):
+    @staticmethod
+    def _wait_for(process, has_started, failure, log):
         started = wait_until(lambda: process.poll() is not None or has_started())
         if not started or process.poll() is not None:
-            raise RecorderError(f"{name} does not start:\n{self.last_lines(name)}")
-
-    def last_lines(self, name):
-        """The end of the log of `config_service` or `web_server`."""
-        log = (self.state / f"{name}.log").read_text(errors="replace")
-        return "\n".join(log.splitlines()[-3:])
+            raise RecorderError(f"{failure} {last_lines(log)}")
 
     def request(self, method, target="", body=b"", client=None):
         """Asks over HTTP, as the recorder's own user unless another client is given; returns the
@@ -147,6 +145,10 @@ def run_command(main, *arguments):
         sys.exit(error.returncode)  # it has said why
 
 
+def last_lines(log):
+    return "\n".join(log.read_text(errors="replace").splitlines()[-3:])
+
+
 def end_on_signals(exit_status):
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: sys.exit(exit_status))
@@ -194,7 +196,8 @@ def _free_port(wanted):
         try:
             probe.bind(("127.0.0.1", wanted or 0))
         except OSError as error:
-            raise RecorderError(f"port {wanted} of 127.0.0.1: {error.strerror}") from error
+            raise RecorderError("the web server does not start: "
+                                f"port {wanted}: {error.strerror}") from error
         return probe.getsockname()[1]
 
 

@@ -39,7 +39,7 @@ def lock_machine():
     try:
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
     except BlockingIOError:
-        print("waiting for another recorder on this machine to end", file=sys.stderr)
+        print("waiting for another recorder on port 10141 to end", file=sys.stderr)
         fcntl.flock(descriptor, fcntl.LOCK_EX)
     return descriptor
 
@@ -67,7 +67,8 @@ def prepare(state):
         password = read_or_make_password(state / "password")
         write_file(state / "users", f"{USER}:{hash_password(password)}\n")
     except OSError as error:
-        raise RecorderError(f"no recorder can be kept in {state}: {error}") from error
+        raise RecorderError(f"no recorder can be kept in {state}: "
+                            f"{error.filename}: {error.strerror}") from error
     return password
 
 

@@ -4,7 +4,8 @@ import argparse
 import os
 import sys
 
-from recorder import PROJECT, Recorder, RecorderError, build_programs, end_on_signals, run_command
+from recorder import (PROJECT, Recorder, RecorderError, build_programs, end_on_signals, last_lines,
+                      run_command)
 
 ADVICE = """\
 recorder at {url}, user {user}, password {password}
@@ -36,8 +37,11 @@ def read_arguments():
 def wait_for_the_end_of(recorder):
     """Neither server ends by itself."""
     os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
-    name = "web_server" if recorder.service.poll() is None else "config_service"
-    raise RecorderError(f"{name} has ended:\n{recorder.last_lines(name)}")
+    if recorder.service.poll() is None:
+        log = recorder.state / "web_server.log"
+        raise RecorderError(f"the web server has ended: {last_lines(log)}")
+    log = recorder.state / "config_service.log"
+    raise RecorderError(f"the configuration service has ended: {last_lines(log)}")
 
 
 def main():
