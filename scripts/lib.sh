@@ -3,6 +3,7 @@
 # shellcheck shell=bash
 
 project_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# shellcheck disable=SC2034  # used by those that source this
 python=(/usr/bin/python3 -B)  # Debian's own, whatever other Python there is
 export LC_ALL=C.UTF-8
 
