@@ -6,6 +6,7 @@
 #include <chrono>
 #include <utility>
 
+#include "host/common/config_service.h"
 #include "host/config_service/reply.h"
 
 namespace host
@@ -24,6 +25,16 @@ constexpr size_t BUFFER_BYTES = 16384;  // more than a header; also bounds what 
 constexpr std::chrono::seconds READ_TIME{10};
 constexpr std::chrono::seconds WRITE_TIME{30};
 constexpr std::chrono::seconds DRAIN_TIME{2};
+
+// Whether a program sent the request, and not a page in a browser of this machine: that names its
+// origin, cannot send JSON unasked, and reaches this address under a name of its own at best.
+bool from_program(const http::request<http::string_body>& message)
+{
+    const std::string authority = std::string(SERVICE_ADDRESS) + ':' + std::to_string(SERVICE_PORT);
+    return message[http::field::host] == authority && message.count(http::field::origin) == 0 &&
+           (message.method() != http::verb::post ||
+            message[http::field::content_type] == "application/json");
+}
 
 }  // namespace
 
@@ -54,6 +65,11 @@ void HttpSession::on_read(const error_code& error)
         return;
     }
     http::request<http::string_body>& message = parser_->get();
+    if (!from_program(message)) {
+        write(error_reply(403, ErrorCode::bad_http_request, "not a request of a program here"),
+              message.keep_alive());
+        return;
+    }
     const HttpRequest request{std::string(message.method_string()), std::string(message.target()),
                               std::move(message.body())};
     write(handler_(request), message.keep_alive());

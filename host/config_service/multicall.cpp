@@ -36,9 +36,9 @@ std::string need_text(const Json::Value& object, const char* name)
 std::string read_name(const Json::Value& node)
 {
     std::string name = need_text(node, "name");
-    if (name.empty() || name.size() > MAX_NAME_LENGTH) {
+    if (name.size() > MAX_NAME_LENGTH) {
         throw Refusal(ErrorCode::bad_call,
-                      "name is empty or longer than " + std::to_string(MAX_NAME_LENGTH) + " bytes");
+                      "name is longer than " + std::to_string(MAX_NAME_LENGTH) + " bytes");
     }
     return name;
 }

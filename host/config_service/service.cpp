@@ -105,8 +105,8 @@ struct Operation {
 
 constexpr Operation OPERATIONS[] = {
     {"/cfg/Schedule", "GET", list_schedules},
-    {"/cfg/Rule", "GET", list_nodes},
-    {"/cfg/Rule", "DELETE", delete_rule},
+    {RULE_PATH, "GET", list_nodes},
+    {RULE_PATH, "DELETE", delete_rule},
     {"/cfg/multicalls", "POST", create_nodes},
 };
 

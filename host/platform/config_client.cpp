@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/common/config_service.h"
 #include "host/platform/result_codes.h"
 #include "platform/rule_log.h"
 
@@ -29,7 +30,8 @@ using boost::system::error_code;
 using Request = http::request<http::string_body>;
 using ReplyParser = http::response_parser<http::string_body>;
 
-constexpr std::uint64_t BODY_LIMIT = 64ULL * 1024 * 1024;
+constexpr std::uint64_t BODY_LIMIT = 64ULL * 1024;
+constexpr std::uint64_t RULE_LIST_LIMIT = 32ULL * 1024 * 1024;  // 4,800 rules with long names
 constexpr std::uint32_t HEADER_LIMIT = 16 * 1024;
 constexpr long LONGEST_TIMEOUT = 24L * 60 * 60;
 
@@ -166,10 +168,10 @@ Failure exchange_failure(const error_code& error)
 
 // Reads the reply. The header is read on its own: in one step with the body the parser can lose the
 // error of an announced length over the limit.
-Failure read_reply(Connection& connection, std::string& reply)
+Failure read_reply(Connection& connection, std::uint64_t body_limit, std::string& reply)
 {
     ReplyParser parser;
-    parser.body_limit(BODY_LIMIT);
+    parser.body_limit(body_limit);
     parser.header_limit(HEADER_LIMIT);
     if (const auto error = connection.read_header(parser)) {
         return exchange_failure(error);
@@ -199,7 +201,8 @@ Failure exchange(const tcp::endpoint& service, const Request& request, std::chro
     if (const auto error = connection.write(request)) {
         return exchange_failure(error);
     }
-    return read_reply(connection, reply);
+    const bool lists_rules = request.method() == http::verb::get && request.target() == RULE_PATH;
+    return read_reply(connection, lists_rules ? RULE_LIST_LIMIT : BODY_LIMIT, reply);
 }
 
 Failure checked_exchange(http::verb method, const char* host, int port, const std::string& target,

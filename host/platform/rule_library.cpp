@@ -216,7 +216,7 @@ Json::Value fetch_nodes()
     constexpr long TIME_LIMIT = 15;
     std::string reply;
     query_object query;
-    const long result = rova_GET_request(SERVICE_ADDRESS, SERVICE_PORT, "/cfg/Rule", &query, reply,
+    const long result = rova_GET_request(SERVICE_ADDRESS, SERVICE_PORT, RULE_PATH, &query, reply,
                                          TIME_LIMIT, false, false, 0, nullptr);
     if (result != 0) {
         throw ListFailure(RULES_NOT_FETCHED, "the call failed with " + std::to_string(result));

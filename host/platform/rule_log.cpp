@@ -1,14 +1,17 @@
 #include "platform/rule_log.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/locale/utf.hpp>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/platform/recorder_files.h"
 
@@ -17,7 +20,11 @@ namespace host
 namespace
 {
 
-// The log file, open until the process ends, or standard error.
+namespace utf = boost::locale::utf;
+
+constexpr off_t SIZE_LIMIT = 8L * 1024 * 1024;
+
+// The log file, or standard error.
 int open_log()
 {
     const auto path = recorder_path("rule.log");
@@ -26,8 +33,24 @@ int open_log()
     }
     constexpr mode_t MODE = 0640;
     const int descriptor =
-        ::open(path->c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, MODE);
+        ::open(path->c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, MODE);
     return descriptor >= 0 ? descriptor : STDERR_FILENO;
+}
+
+// Gives the file at its limit the name of the log before it, unless another process has done so,
+// and makes `descriptor` that of the log that is now written.
+void rotate_log(int descriptor, const struct stat& status)
+{
+    const std::string path = recorder_path("rule.log").value_or("");
+    struct stat current = {};
+    if (::stat(path.c_str(), &current) == 0 && current.st_ino == status.st_ino) {
+        ::rename(path.c_str(), (path + ".1").c_str());
+    }
+    const int opened = open_log();
+    if (opened != STDERR_FILENO) {
+        ::dup3(opened, descriptor, O_CLOEXEC);
+        ::close(opened);
+    }
 }
 
 std::string format_message(const char* format, va_list arguments)
@@ -63,10 +86,10 @@ std::string line_start()
     return {text, static_cast<size_t>(length)};
 }
 
-void append_escaped(std::string& line, std::string_view message)
+void append_escaped(std::string& line, std::string_view bytes)
 {
     constexpr std::string_view DIGITS = "0123456789abcdef";
-    for (const char character : message) {
+    for (const char character : bytes) {
         const auto byte = static_cast<unsigned char>(character);
         if (character == '\n') {
             line += "\\n";
@@ -76,20 +99,56 @@ void append_escaped(std::string& line, std::string_view message)
             line += "\\t";
         } else if (character == '\\') {
             line += "\\\\";
-        } else if (byte < 0x20 || byte == 0x7f) {
+        } else {
             line += "\\x";
             line += DIGITS[byte >> 4U];
             line += DIGITS[byte & 0xfU];
-        } else {
-            line += character;
         }
     }
 }
 
+bool is_printable(utf::code_point character)
+{
+    const bool is_control = character < 0x20 || (character >= 0x7f && character < 0xa0);
+    return utf::is_valid_codepoint(character) && !is_control && character != '\\';
+}
+
+void append_message(std::string& line, std::string_view message)
+{
+    const char* next = message.data();
+    const char* const end = next + message.size();
+    while (next != end) {
+        const char* const first = next;
+        const utf::code_point character = utf::utf_traits<char>::decode(next, end);
+        const std::string_view bytes(first, static_cast<size_t>(next - first));
+        if (is_printable(character)) {
+            line += bytes;
+        } else {
+            append_escaped(line, bytes);
+        }
+    }
+}
+
+// Whether the file ends within a line, as after a full disk.
+bool ends_within_line(int descriptor, const struct stat& status)
+{
+    char last = '\n';
+    return status.st_size > 0 && ::pread(descriptor, &last, 1, status.st_size - 1) == 1 &&
+           last != '\n';
+}
+
 // What cannot be written is lost: there is no other place to tell of it.
-void write_line(std::string_view line)
+void write_line(std::string line)
 {
     static const int descriptor = open_log();
+    struct stat status = {};
+    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        if (status.st_size >= SIZE_LIMIT && descriptor != STDERR_FILENO) {
+            rotate_log(descriptor, status);
+        } else if (ends_within_line(descriptor, status)) {
+            line.insert(0, 1, '\n');
+        }
+    }
     [[maybe_unused]] const ssize_t written = ::write(descriptor, line.data(), line.size());
 }
 
@@ -107,9 +166,9 @@ void rule_log(const char* format, ...)
         }
         std::string line = host::line_start();
         line.reserve(line.size() + message.size() + 1);
-        host::append_escaped(line, message);
+        host::append_message(line, message);
         line += '\n';
-        host::write_line(line);
+        host::write_line(std::move(line));
     } catch (const std::exception&) {
         constexpr std::string_view LOST = "A log message was lost: out of memory\n";
         [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, LOST.data(), LOST.size());
