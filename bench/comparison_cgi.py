@@ -12,7 +12,7 @@ XML = '<?xml version="1.0" encoding="UTF-8"?>'
 
 def call(method, path, body=None):
     connection = http.client.HTTPConnection("127.0.0.1", 10141, timeout=15)
-    connection.request(method, path, body)
+    connection.request(method, path, body, {"Content-Type": "application/json"})
     reply = json.loads(connection.getresponse().read())
     connection.close()
     if reply["err_code"] != 0:
