@@ -8,7 +8,7 @@ import sys
 
 FOLDER = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(FOLDER.parents[1] / "host/recorder"))
-from recorder import PROJECT, Recorder, RuleClient, run_command  # noqa: E402
+from recorder import PROJECT, Recorder, RuleClient, run_command
 
 
 def check_files(url):

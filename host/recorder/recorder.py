@@ -18,7 +18,7 @@ from recorder_files import (PROJECT, USER, RecorderError, lock_machine, make_scr
                             prepare)
 
 sys.path.insert(0, str(PROJECT / "examples/client"))
-from rule_client import Rule, RuleClient  # noqa: E402, F401
+from rule_client import Rule, RuleClient
 
 SERVICE_URL = "http://127.0.0.1:10141"
 
