@@ -24,9 +24,11 @@ build() {
     local note=
     [[ -e $project_dir/build/$1 ]] || note=' (the first time takes a minute)'
     "$project_dir/scripts/install-packages" ${2:+"$2"}
+    "$project_dir/scripts/make-archives" "$1" || true  # the build then says what it links shared
     echo "building, preset $1$note"
     pushd "$project_dir" >/dev/null || return
     quietly cmake --preset "$1"
+    echo "$(<"build/$1/linking.txt")"
     quietly cmake --build --preset "$1" ${3:+--target "${@:3}"}
     popd >/dev/null || return
 }

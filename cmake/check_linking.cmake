@@ -1,0 +1,11 @@
+# Run after the link with -DINPUTS=FILE, a Makefile rule whose prerequisites are all files that the
+# linker has read, those that a shared library needs among them. Two copies of a library in one
+# process have two states, and an object of one breaks the other.
+file(STRINGS "${INPUTS}" inputs REGEX "^  ")
+foreach(library jsoncpp json-c stdc++)
+    string(REPLACE "+" "\\+" name "${library}")
+    if(inputs MATCHES "/lib${name}\\.a" AND inputs MATCHES "/lib${name}\\.so")
+        message(FATAL_ERROR "A shared library of the platform needs lib${library}, which the program"
+                " has from an archive: leave it out of RULE_MIXED_ARCHIVES")
+    endif()
+endforeach()
