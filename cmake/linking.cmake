@@ -23,6 +23,12 @@ include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_LINK_OPTIONS -static)
 check_cxx_source_compiles("#include <string>\nint main() { return std::string().size() > 0; }"
                           RULE_COMPILER_HAS_ARCHIVES)
+# A bit instead of 24 bytes for each of the program's own addresses, if the C library can read them.
+set(PACK_RELOCATIONS -Wl,-z,pack-relative-relocs)
+set(CMAKE_REQUIRED_LINK_OPTIONS ${PACK_RELOCATIONS} -Wl,--fatal-warnings)
+check_cxx_source_compiles("#include <cstdlib>
+                          static_assert(__GLIBC_PREREQ(2, 36));
+                          int main() {}" RULE_LINKER_PACKS_RELOCATIONS)
 unset(CMAKE_REQUIRED_LINK_OPTIONS)
 
 # The shared libraries that a target is linked with, itself or through other targets.
@@ -83,6 +89,8 @@ function(link_program program)
     if(linking STREQUAL "static")
         set(archives JSONCPP JSON_C)
         set_target_properties(${program} PROPERTIES RULE_STATIC ON)
+        target_link_options(${program} PRIVATE
+            $<$<BOOL:${RULE_LINKER_PACKS_RELOCATIONS}>:${PACK_RELOCATIONS}>)
     elseif(linking STREQUAL "mixed")
         set(archives ${RULE_MIXED_ARCHIVES})
     elseif(NOT linking STREQUAL "shared")
