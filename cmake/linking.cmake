@@ -25,7 +25,7 @@ check_cxx_source_compiles("#include <string>\nint main() { return std::string().
                           RULE_COMPILER_HAS_ARCHIVES)
 # A bit instead of 24 bytes for each of the program's own addresses, if the C library can read them.
 set(PACK_RELOCATIONS -Wl,-z,pack-relative-relocs)
-set(CMAKE_REQUIRED_LINK_OPTIONS ${PACK_RELOCATIONS} -Wl,--fatal-warnings)
+set(CMAKE_REQUIRED_LINK_OPTIONS -Wl,--fatal-warnings ${PACK_RELOCATIONS})
 check_cxx_source_compiles("#include <cstdlib>
                           static_assert(__GLIBC_PREREQ(2, 36));
                           int main() {}" RULE_LINKER_PACKS_RELOCATIONS)
@@ -89,6 +89,8 @@ function(link_program program)
     if(linking STREQUAL "static")
         set(archives JSONCPP JSON_C)
         set_target_properties(${program} PROPERTIES RULE_STATIC ON)
+        # The linker warns of functions that load modules of the C library at run time.
+        target_link_options(${program} PRIVATE $<$<BOOL:${RULE_WERROR}>:-Wl,--fatal-warnings>)
         target_link_options(${program} PRIVATE
             $<$<BOOL:${RULE_LINKER_PACKS_RELOCATIONS}>:${PACK_RELOCATIONS}>)
     elseif(linking STREQUAL "mixed")

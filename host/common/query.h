@@ -17,4 +17,7 @@ struct QueryParameter {
 // text such a parameter would be taken for its own beginning.
 std::vector<QueryParameter> split_query(std::string_view query);
 
+// A name or value of a parameter, with every byte escaped that RFC 3986 does not call unreserved.
+std::string encode_query_text(std::string_view text);
+
 }  // namespace host

@@ -1,7 +1,5 @@
 #include "platform/config_client.h"
 
-#include <uriparser/Uri.h>
-
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "host/common/config_service.h"
+#include "host/common/query.h"
 #include "host/platform/result_codes.h"
 #include "platform/rule_log.h"
 
@@ -89,25 +88,6 @@ class Connection
     boost::beast::flat_buffer buffer_;
 };
 
-// Percent-encodes every byte that RFC 3986 does not call unreserved.
-std::string encode(const std::string& text)
-{
-    constexpr size_t LONGEST_ESCAPE = 3;
-    std::vector<char> escaped(text.size() * LONGEST_ESCAPE + 1);
-    std::string encoded;
-    for (size_t first = 0; first <= text.size();) {
-        // The library's function stops at a zero byte.
-        const size_t last = std::min(text.find('\0', first), text.size());
-        uriEscapeExA(text.data() + first, text.data() + last, escaped.data(), URI_FALSE, URI_FALSE);
-        encoded += escaped.data();
-        if (last < text.size()) {
-            encoded += "%00";
-        }
-        first = last + 1;
-    }
-    return encoded;
-}
-
 // Whether `path` can stand in a request line as it is, with a query behind it.
 bool usable_path(const char* path)
 {
@@ -125,7 +105,8 @@ std::string request_target(const char* path, const query_object* query)
     if (query != nullptr) {
         char separator = '?';
         for (const auto& [name, value] : query->params) {
-            target += separator + encode(name) + '=' + encode(value);
+            target +=
+                separator + host::encode_query_text(name) + '=' + host::encode_query_text(value);
             separator = '&';
         }
     }
