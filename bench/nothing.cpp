@@ -1,11 +1,30 @@
-// A CGI program that does nothing: it answers every request as the rule endpoint answers a
-// stranger.
+// What no CGI program of the C library alone gets below: nothing prints what the rule endpoint answers
+// to a PUT; with the argument "quiet" it does nothing, with "pauses" it makes the pauses of one
+// request to add a rule.
+#include <sys/prctl.h>
 #include <unistd.h>
 
-int main()
+#include <cstring>
+
+namespace
 {
-    constexpr char answer[] =
-        "Status: 401 Unauthorized\r\nContent-type: application/json\r\n\r\n"
-        "{ \"ret_code\": -2, \"ret_mesg\": \"Authorized failed\" }\n\n";
-    return write(STDOUT_FILENO, answer, sizeof answer - 1) > 0 ? 0 : 1;
+
+constexpr int PAUSES = 54;
+constexpr unsigned int PAUSE_MICROSECONDS = 100;
+constexpr char ANSWER[] = "Status: 200 OK\r\nContent-type: application/json\r\n\r\nnull\n\n";
+
+}  // namespace
+
+int main(int count, char** arguments)
+{
+    if (count == 1) {
+        return write(STDOUT_FILENO, ANSWER, sizeof ANSWER - 1) > 0 ? 0 : 1;
+    }
+    if (std::strcmp(arguments[1], "pauses") == 0) {
+        prctl(PR_SET_TIMERSLACK, 1UL);
+        for (int i = 0; i < PAUSES; ++i) {
+            usleep(PAUSE_MICROSECONDS);
+        }
+    }
+    return 0;
 }
