@@ -4,11 +4,11 @@
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::vector<std::string> parts = split_input(data, size, 5);
-    FakePlatform& platform = fresh_platform(parts[1]);
-    platform.schedules = read_answer(parts[2]);
-    platform.rules = read_answer(parts[3]);
-    platform.multicall = read_answer(parts[4]);
-    const FuzzOutcome outcome = run_fuzz_request({"POST", parts[0]});
+    Json::Value request = request_of("POST", parts[0], parts[1]);
+    request["schedules"] = read_answer(parts[2]);
+    request["rules"] = read_answer(parts[3]);
+    request["multicall"] = read_answer(parts[4]);
+    const FuzzOutcome outcome = run_fuzz_request(request);
 
     require(outcome.has_envelope, "the answer is an envelope");
     const bool created = outcome.services == "GET rules POST ";

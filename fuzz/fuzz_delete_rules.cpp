@@ -4,11 +4,11 @@
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::vector<std::string> parts = split_input(data, size, 4);
-    FakePlatform& platform = fresh_platform("");
-    for (size_t call = 0; call < 12; ++call) {
-        platform.deletions.push_back(read_answer(parts[1 + call % 3]));
+    Json::Value request = request_of("DELETE", parts[0], "");
+    for (unsigned int call = 0; call < 12; ++call) {
+        request["deletion"].append(read_answer(parts[1 + call % 3]));
     }
-    const FuzzOutcome outcome = run_fuzz_request({"DELETE", parts[0]});
+    const FuzzOutcome outcome = run_fuzz_request(request);
 
     require(outcome.has_envelope, "the answer is an envelope");
     const bool refused_before = outcome.code <= -300 && outcome.code >= -303;

@@ -68,28 +68,29 @@ std::vector<std::string> split_input(const uint8_t* data, size_t size, size_t co
     return parts;
 }
 
-FakePlatform& fresh_platform(const std::string& func)
+Json::Value request_of(const std::string& method, const std::string& body, const std::string& func)
 {
-    FakePlatform& platform = fake_platform() = usual_platform();
-    platform.parameters = {{"func", func}, {"GUID", func}};
-    if (func.empty()) {
-        platform.parameters.clear();
+    Json::Value request;
+    request["method"] = method;
+    request["body"] = body;
+    request["func"] = request["GUID"] = func.empty() ? Json::Value() : func;
+    if (func == "stranger") {
+        request["authentication"] = -1;
     }
-    platform.authentication_result = func == "stranger" ? -1 : 0;
-    return platform;
+    return request;
 }
 
-Answer read_answer(const std::string& section)
+Json::Value read_answer(const std::string& section)
 {
     if (section.empty() || section.front() != '!') {
-        return {0, section};
+        return answer(0, section);
     }
     const int number = std::atoi(section.c_str() + 1);
     const bool own = number == -2 || number < INTERNAL_ERROR;
-    return {own ? number : -1001, ""};
+    return answer(own ? number : -1001, "");
 }
 
-FuzzOutcome run_fuzz_request(const Request& request)
+FuzzOutcome run_fuzz_request(const Json::Value& request)
 {
     std::string output = run_request(request).response;
     FuzzOutcome outcome;
@@ -100,7 +101,7 @@ FuzzOutcome run_fuzz_request(const Request& request)
             "the body ends in two lines");
     output.resize(output.size() - 2);
     const TJsonObject document = parse_body(output);
-    const bool is_list = request.method == "GET" && outcome.status == "200 OK";
+    const bool is_list = request["method"] == "GET" && outcome.status == "200 OK";
     outcome.has_envelope = !is_list && output != "null";
     if (outcome.has_envelope) {
         check_envelope(document.get(), output, outcome);

@@ -16,13 +16,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 // `count`, and the last one takes the rest.
 std::vector<std::string> split_input(const uint8_t* data, size_t size, size_t count);
 
-// The fake platform as it is at first, with the parameters func and GUID unless `func` is empty. It
-// refuses a caller whose func is "stranger".
-FakePlatform& fresh_platform(const std::string& func);
+// A request with the parameters func and GUID, unless `func` is empty. A caller whose func is
+// "stranger" is refused.
+Json::Value request_of(const std::string& method, const std::string& body, const std::string& func);
 
 // An answer as the input gives it: a reply, or, when it begins with '!', a failed call whose result
-// is the number behind it if that is negative and not one of the front end's own codes.
-Answer read_answer(const std::string& section);
+// is the number after it if that is negative and not one of the front end's own codes.
+Json::Value read_answer(const std::string& section);
 
 struct FuzzOutcome {
     std::string status;  // "200 OK"
@@ -33,7 +33,7 @@ struct FuzzOutcome {
 
 // Ends the process with a message when the request was not answered with exactly one well-formed
 // response, its envelope is not as documented, or more than one POST was sent or anything after it.
-FuzzOutcome run_fuzz_request(const Request& request);
+FuzzOutcome run_fuzz_request(const Json::Value& request);
 
 // Ends the process with a message unless `holds`.
 void require(bool holds, const char* what);

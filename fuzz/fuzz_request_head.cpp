@@ -4,11 +4,12 @@
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::vector<std::string> parts = split_input(data, size, 5);
-    const FakePlatform& platform = fresh_platform(parts[3]);
-    const std::string method = parts[0].substr(0, parts[0].find('\0'));
-    const FuzzOutcome outcome = run_fuzz_request({method, parts[4], parts[2], parts[1]});
+    Json::Value request = request_of(parts[0].c_str(), parts[4], parts[3]);
+    request["path"] = parts[1];
+    request["length"] = parts[2];
+    const FuzzOutcome outcome = run_fuzz_request(request);
 
-    const bool refused = platform.authentication_result != 0;
+    const bool refused = request.isMember("authentication");
     require(refused == (outcome.status == "401 Unauthorized"), "only a stranger is turned away");
     require(!refused || outcome.services.empty(), "a stranger causes no call");
     return 0;

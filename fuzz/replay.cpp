@@ -1,4 +1,5 @@
-// Runs one input through the fuzz program: replay FILE
+// Runs inputs through the fuzz program: replay FILE...
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -6,8 +7,11 @@
 
 int main(int count, char** arguments)
 {
-    std::ifstream file(arguments[count - 1], std::ios::binary);
-    const std::string input{std::istreambuf_iterator<char>(file), {}};
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
-    return input.empty() ? 1 : 0;
+    std::for_each(arguments + 1, arguments + count, [](const char* path) {
+        std::ifstream file(path, std::ios::binary);
+        const std::string input{std::istreambuf_iterator<char>(file), {}};
+        require(!input.empty(), "an input can be read");
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+    });
+    return count > 1 ? 0 : 1;
 }

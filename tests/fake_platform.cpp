@@ -4,8 +4,9 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <sstream>
+#include <stdexcept>
 
 #include "platform/camera_config.h"
 #include "platform/cgi_input.h"
@@ -15,28 +16,38 @@
 #include "platform/rule_library.h"
 #include "platform/rule_log.h"
 
-using std::string_literals::operator""s;
-
 struct tagINPUT {
-    std::vector<st_cgi_parameter> parameters;
+    st_cgi_parameter found;
 };
 
 namespace
 {
 
-void record(const std::string& call)
+Json::Value& answers(const char* word)
 {
-    fake_platform().calls.push_back(call);
-    fake_platform().before_call(call);
+    return fake_platform().answers[word];
 }
 
-long exchange(const std::string& call, const char* host, int port, std::string& reply, long timeout,
-              const Answer& answer)
+void record(const std::string& call)
 {
-    record(call + " at " + host + ":" + std::to_string(port) + " in " + std::to_string(timeout) +
-           " s");
-    reply += answer.reply;
-    return answer.result;
+    std::vector<std::string>& calls = fake_platform().calls;
+    calls.push_back(call);
+    if (answers("throwing_at") == static_cast<int>(calls.size()) - 1) {
+        throw std::runtime_error(call);
+    }
+}
+
+// `arguments` are those that are the same in every call.
+template <typename... Arguments>
+long exchange(const std::string& call, const Json::Value& answered, std::string& reply,
+              Arguments... arguments)
+{
+    std::ostringstream text;
+    text << call << " with";
+    ((text << ' ' << arguments), ...);
+    record(text.str());
+    reply += answered[1].asString();
+    return answered[0].asInt64();
 }
 
 std::string with_query(const char* path, const query_object& query)
@@ -56,18 +67,22 @@ FakePlatform& fake_platform()
     return platform;
 }
 
+Json::Value answer(Json::Int64 result, const std::string& reply)
+{
+    Json::Value value;
+    value.append(result);
+    value.append(reply);
+    return value;
+}
+
 FakePlatform usual_platform()
 {
     FakePlatform fake;
-    fake.parameters = {{"func", "addRule"}};
-    for (const int channel : {3, 10, 191}) {
-        const std::string number = std::to_string(channel);
-        fake.cameras[channel] = {
-            1, "CAFE0000000000000000000000000000"s.replace(32 - number.size(), 4, number)};
-    }
-    fake.schedules.reply = R"({"err_code": 0, "content": [
-        {"name": "Night", "GUID": "AAAA"}, {"name": "_ALL_DAY_", "GUID": "BBBB"}]})";
-    fake.rules.reply = R"({"ruleList": []})";
+    fake.answers["func"] = "addRule";
+    fake.answers["schedules"] = answer(0, R"({"err_code": 0, "content": [
+        {"name": "Night", "GUID": "AAAA"}, {"name": "_ALL_DAY_", "GUID": "BBBB"}]})");
+    fake.answers["rules"] = answer(0, R"({"ruleList": []})");
+    fake.answers["multicall"] = answer(0, R"({"err_code": 0, "err_str": ""})");
     return fake;
 }
 
@@ -79,37 +94,28 @@ void register_signal_handler()
 tagINPUT* CGI_Get_Input_URL()
 {
     record("input");
-    if (!fake_platform().has_input) {
-        return nullptr;
-    }
     // Not the caller's to lose: without the camera table nothing is released.
     static tagINPUT input;
-    input.parameters.clear();
-    for (const auto& [name, value] : fake_platform().parameters) {
-        input.parameters.push_back({name.c_str(), value.c_str()});
-    }
-    return &input;
+    return fake_platform().answers.isMember("input") ? nullptr : &input;
 }
 
 st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int reserved)
 {
     record("parameter " + std::string(name) + " " + std::to_string(reserved));
-    for (st_cgi_parameter& parameter : input->parameters) {
-        if (std::strcmp(parameter.name, name) == 0) {
-            return &parameter;
-        }
+    if (answers(name).isNull()) {
+        return nullptr;
     }
-    return nullptr;
+    input->found = {name, answers(name).asCString()};
+    return &input->found;
 }
 
 // The response comes before it, and the token list goes after it.
 void CGI_Free_Input(tagINPUT* input)
 {
-    const std::string handle = input == nullptr ? "null" : "input";
     const std::vector<std::string>* const tokens = fake_platform().tokens;
-    const bool in_order =
-        std::ftell(stdout) > 0 && (tokens == nullptr || tokens->front() == getenv("PATH_INFO"));
-    record((in_order ? "free " : "free out of order: ") + handle);
+    record((input == nullptr ? "free null after " : "free input after ") +
+           std::to_string(std::ftell(stdout)) + " bytes" +
+           (tokens == nullptr ? "" : ", before " + tokens->front()));
 }
 
 int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
@@ -117,37 +123,43 @@ int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
     record("tokens " + std::string(path));
     tokens->emplace_back(path);
     fake_platform().tokens = tokens;
-    return fake_platform().tokenizer_result;
+    return answers("tokenizer").asInt();
 }
 
 int cgi_check_user_authentication_v3(tagINPUT*, t_vistra_auth_info*, unsigned int what)
 {
     record("authentication " + std::to_string(what));
-    return fake_platform().authentication_result;
+    return answers("authentication").asInt();
 }
 
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 {
     record("camera table");
     std::memset(&array, 0, sizeof array);
-    for (const auto& [channel, camera] : fake_platform().cameras) {
-        array[channel].camera_added = camera.first;
-        std::memcpy(array[channel].camera_guid, camera.second.data(), camera.second.size());
+    for (const int channel : {1, 3, 10, 191}) {
+        array[channel].camera_added = 1;
+        std::snprintf(array[channel].camera_guid, sizeof array[channel].camera_guid, "CAFE%028d",
+                      channel);
     }
-    return fake_platform().table_result;
+    for (const Json::Value& camera : answers("camera")) {
+        st_cmsvr_conf_element& element = array[camera[0].asInt()];
+        element = {static_cast<unsigned char>(camera[1].asUInt()), {}, {}};
+        std::memcpy(element.camera_guid, camera[2].asCString(), camera[2].asString().size());
+    }
+    return answers("table").asInt();
 }
 
 int get_all_rules(json_object** out)
 {
     record("rules");
-    const auto& [result, reply] = fake_platform().rules;
+    const int result = answers("rules")[0].asInt();
     if (result == 0) {
         json_tokener* const tokener = json_tokener_new_ex(4000);
         json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-        *out = json_tokener_parse_ex(tokener, reply.c_str(), -1);
+        *out = json_tokener_parse_ex(tokener, answers("rules")[1].asCString(), -1);
         json_tokener_free(tokener);
     }
-    return static_cast<int>(result);
+    return result;
 }
 
 void rule_log(const char* format, ...)
@@ -163,28 +175,29 @@ void rule_log(const char* format, ...)
 }
 
 long rova_GET_request(const char* host, int port, const char* path, query_object* query,
-                      std::string& reply, long timeout, bool, bool, int, char**)
+                      std::string& reply, long timeout, bool first, bool second, int third,
+                      char** fourth)
 {
-    return exchange("GET " + with_query(path, *query), host, port, reply, timeout,
-                    fake_platform().schedules);
+    return exchange("GET " + with_query(path, *query), answers("schedules"), reply, host, port,
+                    timeout, first, second, third, fourth);
 }
 
 long rova_POST_request(const char* host, int port, const char* path, std::string body,
-                       std::string& reply, long timeout, bool, bool, int, char**)
+                       std::string& reply, long timeout, bool first, bool second, int third,
+                       char** fourth)
 {
-    return exchange("POST " + std::string(path) + " " + body, host, port, reply, timeout,
-                    fake_platform().multicall);
+    return exchange("POST " + std::string(path) + " " + body, answers("multicall"), reply, host,
+                    port, timeout, first, second, third, fourth);
 }
 
 long rova_DELETE_request(const char* host, int port, const char* path, query_object* query,
-                         std::string& reply, long timeout, bool, bool, int, char**)
+                         std::string& reply, long timeout, bool first, bool second, int third,
+                         char** fourth)
 {
-    Answer answer;
-    if (!fake_platform().deletions.empty()) {
-        answer = fake_platform().deletions.front();
-        fake_platform().deletions.pop_front();
-    }
-    return exchange("DELETE " + with_query(path, *query), host, port, reply, timeout, answer);
+    const Json::Value scripted = answers("deletion")[fake_platform().deletions++];
+    return exchange("DELETE " + with_query(path, *query),
+                    scripted.isNull() ? answer(0, R"({"err_code": 0})") : scripted, reply, host,
+                    port, timeout, first, second, third, fourth);
 }
 
 // Not base64, so that the documents of a test can be read.
@@ -200,7 +213,10 @@ extern "C" int usleep(unsigned int microseconds)
     return 0;
 }
 
+// Each look is one later.
 int64_t current_time_stamp()
 {
-    return fake_platform().clock;
+    const int64_t now = answers("clock").asInt64();
+    answers("clock") = now + 1;
+    return now;
 }

@@ -2,20 +2,16 @@
 // it.
 #pragma once
 
-#include <optional>
-#include <string>
+#include <json/value.h>
 
-struct Request {
-    std::optional<std::string> method = "POST";
-    std::string body = {};                                     // after it, standard input ends
-    std::optional<std::string> content_length = std::nullopt;  // by default the body's length
-    std::optional<std::string> path_info = std::nullopt;
-};
+#include <string>
 
 struct Outcome {
     std::string response;
     int exit_status;  // as `main` returns it
 };
 
-// The fake platform's calls and log are then those of this request.
-Outcome run_request(const Request& request);
+// The members of `request` have the names of the words in request_cases.txt: "method", "path",
+// "length" and "body", and what the platform answers other than usual. The fake platform's calls
+// and log are then those of this request.
+Outcome run_request(const Json::Value& request);

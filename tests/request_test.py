@@ -1,0 +1,171 @@
+"""Every case of request_cases.txt, through the program's own `main` on a scripted platform."""
+import json
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+
+import pytest
+
+from request_cases import FILE, read_cases
+
+PROGRAM = pathlib.Path(__file__).parent.parent / "rule_operation"
+STATUS = {0: "200 OK", -3: "200 OK", -2: "401 Unauthorized"}  # any other code: 400
+FIXED_ARGUMENTS = " with 127.0.0.1 10141 15 0 0 0 0"
+SERVICES = ["GET /cfg/Schedule" + FIXED_ARGUMENTS, "rules",
+            "POST /cfg/multicalls" + FIXED_ARGUMENTS]
+
+
+def find_log_places():
+    """Function and line of each place in the program that logs."""
+    places = set()
+    for source in PROGRAM.rglob("*.cpp"):
+        for number, line in enumerate(source.read_text().splitlines(), 1):
+            if definition := re.match(r"[a-z].*?(\w+)\(", line):
+                function = definition[1]
+            if re.search(r"\b(RULE_LOG|REFUSE)\(", line):
+                places.add((function, number))
+    return places
+
+
+LOG_PLACES = find_log_places()
+
+
+def run(given):
+    """The outcome of a request. Bytes that are not UTF-8 are kept on both ways."""
+    harness = shlex.split(os.environ["RULE_REQUEST_HARNESS"])
+    request = json.dumps(given, ensure_ascii=False).encode(errors="surrogateescape")
+    process = subprocess.run(harness, input=request, capture_output=True, timeout=60, check=False)
+    assert process.returncode == 0, process.stderr.decode()
+    assert process.stderr == b""
+    outcome = json.loads(process.stdout.decode(errors="surrogateescape"))
+    if path := os.environ.get("RULE_EXCHANGES"):
+        exchange = {**{key: given[key] for key in ("method", "body")}, "answer": outcome["response"]}
+        with open(path, "a", encoding="utf-8", errors="surrogateescape") as file:
+            file.write(json.dumps(exchange) + "\n")
+    return outcome
+
+
+def response_to(answer):
+    if answer is None:
+        return ""
+    code, body = 0, answer
+    if not isinstance(answer, str):
+        code = answer[0]
+        text = json.dumps(answer[1], ensure_ascii=False).replace("/", "\\/")
+        body = f'{{ "ret_code": {code}, "ret_mesg": {text} }}'
+    status = STATUS.get(code, "400 Bad Request")
+    return f"Status: {status}\r\nContent-type: application/json\r\n\r\n{body}\n\n"
+
+
+def is_refusal(answer):
+    """Whether the program has refused the request with a text of its own."""
+    return isinstance(answer, tuple) and answer[0] not in STATUS and answer[1] != "Request failed"
+
+
+def exit_status(case):
+    """Who is turned away does not change it."""
+    if case.given.get("authentication") or "input" in case.given:
+        return case.given.get("tokenizer", 0)
+    if case.answer is None:
+        return case.given["table"]
+    return 0 if isinstance(case.answer, str) else case.answer[0]
+
+
+def services_called(case):
+    method, answer = case.given["method"], case.answer
+    if method == "GET":
+        return ["rules"]
+    if method == "DELETE":
+        return ["parameter GUID 0"] + [f"DELETE /cfg/Rule?GUID={guid}{FIXED_ARGUMENTS}"
+                                       for guid in case.deletes]
+    if method != "POST":
+        return []
+    count = 0
+    if "time profile" in answer[1]:
+        count = 1
+    elif answer[0] in (-601, -602, -603, -911):
+        count = 2
+    elif answer[0] in (0, -2, -220, -221) or answer[1].startswith("Error ROVA POST"):
+        count = 3
+    return ["parameter func 0"] + SERVICES[:count]
+
+
+def calls_made(case, response):
+    given = case.given
+    calls = ["signals", "input", "camera table"]
+    if case.answer is None:
+        return calls
+    if "path" in given:
+        calls.append("tokens " + given["path"])
+    if "input" not in given:
+        calls.append("authentication 11")
+        if not given.get("authentication"):
+            calls += services_called(case)
+    length = len(response.encode(errors="surrogateescape"))
+    tokens = ", before " + given["path"] if "path" in given else ""
+    handle = "null" if "input" in given else "input"
+    return calls + [f"free {handle} after {length} bytes{tokens}"]
+
+
+def take_document(calls):
+    """Takes the posted document out of the calls."""
+    for position, call in enumerate(calls):
+        if match := re.fullmatch(r"(POST \S+) (.*)( with .*?)", call, re.DOTALL):
+            calls[position] = match[1] + match[3]
+            return match[2]
+    return ""
+
+
+def check_log(case, log):
+    # The harness knows `main` by a longer name.
+    messages = [re.fullmatch(r"\[(?:rule_operation_)?(\w+)\]\((\d+)\) (.*)", line, re.DOTALL)
+                for line in log]
+    for message in messages:
+        assert (message[1], int(message[2])) in LOG_PLACES, message[0]
+    messages = [f"{message[1]} {message[3]}" for message in messages]
+    if not case.log and is_refusal(case.answer):
+        assert messages[-1].partition(" ")[2] == case.answer[1]
+    remaining = iter(messages)
+    for expected in case.log:
+        start = expected.removesuffix("...")
+        assert any(message == expected or start != expected and message.startswith(start)
+                   for message in remaining), (expected, messages)
+
+
+@pytest.mark.parametrize("case", read_cases(FILE.read_text()), ids=lambda case: case.name)
+def test_request(case):
+    outcome = run(case.given)
+    document = take_document(outcome["calls"])
+    response = response_to(case.answer)
+    assert outcome["response"] == response
+    assert outcome["exit_status"] == exit_status(case)
+    assert outcome["calls"] == calls_made(case, response)
+    assert outcome["pauses"] >= 1800 * document.count('"GUID": ')
+    for text in case.posts:
+        assert text in document
+    check_log(case, outcome["log"])
+
+
+def test_an_exception_is_answered_once():
+    """Wherever in the platform it comes from."""
+    usual = {"method": "POST", "body": read_cases(FILE.read_text())[0].given["body"]}
+    calls = run(usual)["calls"]
+    assert "free input" in calls[-1]
+    for position, call in enumerate(calls[:-1]):
+        outcome = run({**usual, "throwing_at": position})
+        assert outcome["response"] == response_to((-4, "Internal error")), call
+        assert outcome["exit_status"] == -4
+        assert outcome["calls"][-1].partition(" after")[0] == (call if position < 3 else "free input")
+
+
+@pytest.mark.parametrize("text, mistake", [
+    ("define ADD_RULE x\n\n= a\n  b | >> 1\ntabel 1", "cases:5: tabel 1"),
+    ("define ADD_RULE x\n= a | table one", "cases:2: table one"),
+    ("define ADD_RULE x\n= a | POST x", "cases: a: no answer"),
+    ("define ADD_RULE x\n= a | >> 1\n= a", "cases:3: = a"),
+])
+def test_a_mistake_in_a_case_is_reported(text, mistake):
+    with pytest.raises(ValueError, match=re.escape(mistake)):
+        read_cases(text, "cases")
