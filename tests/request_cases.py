@@ -1,8 +1,10 @@
 """Reads request_cases.txt, whose form is described there."""
+
 import pathlib
 import re
 
 FILE = pathlib.Path(__file__).with_name("request_cases.txt")
+METHODS = ("GET", "PUT", "POST", "DELETE")
 SUCCESS = {"POST": "Add Rule successful", "DELETE": "Delete Rule successful"}
 
 
@@ -37,7 +39,7 @@ GIVEN_REPEATEDLY = {"camera": read_camera, "deletion": read_answer}
 
 
 def read_field(case, word, value):
-    if word in ("GET", "PUT", "POST", "DELETE"):
+    if word in METHODS:
         case.given.update(method=word, body=value)
     elif word in GIVEN:
         case.given[word] = GIVEN[word](value)
@@ -97,3 +99,6 @@ def read_cases(text, file_name=FILE.name):
         if case.answer is None and "table" not in case.given:
             raise ValueError(f"{file_name}: {case.name}: no answer")
     return list(cases.values())
+
+
+CASES = read_cases(FILE.read_text(encoding="utf-8"))
