@@ -38,7 +38,7 @@ Outcome run_request(const Json::Value& request)
     const int status = rule_operation_main();
     std::fclose(std::exchange(stdin, real_input));
     std::fclose(std::exchange(stdout, real_output));
-    const Outcome outcome = {std::string(output, output_length), status};
+    Outcome outcome = {std::string(output, output_length), status};
     free(output);
     return outcome;
 }

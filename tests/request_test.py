@@ -143,7 +143,7 @@ def test_request(case):
     assert outcome["response"] == response
     assert outcome["exit_status"] == exit_status(case)
     assert outcome["calls"] == calls_made(case, response)
-    assert outcome["pauses"] >= 1800 * document.count('"GUID": ')
+    assert not document or outcome["pauses"] == 1800 * document.count('"GUID": ')
     for text in case.posts:
         assert text in document
     check_log(case, outcome["log"])
@@ -158,7 +158,8 @@ def test_an_exception_is_answered_once():
         outcome = run({**usual, "throwing_at": position})
         assert outcome["response"] == response_to((-4, "Internal error")), call
         assert outcome["exit_status"] == -4
-        assert outcome["calls"][-1].partition(" after")[0] == (call if position < 3 else "free input")
+        last_call = outcome["calls"][-1].partition(" after")[0]
+        assert last_call == (call if position < 3 else "free input")
 
 
 @pytest.mark.parametrize("text, mistake", [
