@@ -1,17 +1,15 @@
 """Every case of request_cases.txt, through the program's own `main` on a scripted platform."""
 
 import json
-import os
 import pathlib
 import re
-import shlex
 import subprocess
 
 import pytest
 
+from recorder import PROJECT, record_exchange
 from request_cases import CASES, read_cases
 
-PROGRAM = pathlib.Path(__file__).parent.parent / "rule_operation"
 STATUS = {0: "200 OK", -3: "200 OK", -2: "401 Unauthorized"}  # any other code: 400
 FIXED_ARGUMENTS = " with 127.0.0.1 10141 15 0 0 0 0"
 SERVICES = ["GET /cfg/Schedule" + FIXED_ARGUMENTS, "rules",
@@ -21,7 +19,7 @@ SERVICES = ["GET /cfg/Schedule" + FIXED_ARGUMENTS, "rules",
 def find_log_places():
     """Function and line of each place in the program that logs."""
     places = set()
-    for source in PROGRAM.rglob("*.cpp"):
+    for source in (PROJECT / "rule_operation").rglob("*.cpp"):
         for number, line in enumerate(source.read_text().splitlines(), 1):
             if definition := re.match(r"[a-z].*?(\w+)\(", line):
                 function = definition[1]
@@ -33,19 +31,19 @@ def find_log_places():
 LOG_PLACES = find_log_places()
 
 
-def run(given):
-    """The outcome of a request. Bytes that are not UTF-8 are kept on both ways."""
-    harness = shlex.split(os.environ["RULE_REQUEST_HARNESS"])
-    request = json.dumps(given, ensure_ascii=False).encode(errors="surrogateescape")
-    process = subprocess.run(harness, input=request, capture_output=True, timeout=60, check=False)
-    assert process.returncode == 0, process.stderr.decode()
-    assert process.stderr == b""
-    outcome = json.loads(process.stdout.decode(errors="surrogateescape"))
-    if path := os.environ.get("RULE_EXCHANGES"):
-        exchange = {**{key: given[key] for key in ("method", "body")}, "answer": outcome["response"]}
-        with open(path, "a", encoding="utf-8", errors="surrogateescape") as file:
-            file.write(json.dumps(exchange) + "\n")
-    return outcome
+@pytest.fixture(name="run")
+def fixture_run(bin_dir):
+    """Runs a request and returns its outcome. Bytes that are not UTF-8 are kept on both ways."""
+    def run(given):
+        request = json.dumps(given, ensure_ascii=False).encode(errors="surrogateescape")
+        process = subprocess.run([pathlib.Path(bin_dir, "request_harness").resolve()], input=request,
+                                 capture_output=True, timeout=60)
+        assert (process.returncode, process.stderr) == (0, b"")
+        outcome = json.loads(process.stdout.decode(errors="surrogateescape"))
+        record_exchange(given["method"], given["body"].encode(errors="surrogateescape"),
+                        outcome["response"].encode(errors="surrogateescape"))
+        return outcome
+    return run
 
 
 def response_to(answer):
@@ -136,7 +134,7 @@ def check_log(case, log):
 
 
 @pytest.mark.parametrize("case", CASES, ids=lambda case: case.name)
-def test_request(case):
+def test_request(case, run):
     outcome = run(case.given)
     document = take_document(outcome["calls"])
     response = response_to(case.answer)
@@ -149,7 +147,7 @@ def test_request(case):
     check_log(case, outcome["log"])
 
 
-def test_an_exception_is_answered_once():
+def test_an_exception_is_answered_once(run):
     """Wherever in the platform it comes from."""
     usual = next(case.given for case in CASES if case.name == "last channel")
     calls = run(usual)["calls"]
