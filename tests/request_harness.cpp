@@ -1,7 +1,9 @@
-// Runs one request, given as a JSON object on standard input, and prints its outcome as another.
+// Runs requests, each given as a JSON object on a line of standard input, and prints the outcome of
+// each as another.
 #include <json/json.h>
 
 #include <iostream>
+#include <sstream>
 
 #include "tests/fake_platform.h"
 #include "tests/request_runner.h"
@@ -22,18 +24,20 @@ Json::Value array(const std::vector<std::string>& texts)
 
 int main()
 {
-    Json::Value request;
-    std::cin >> request;
-    const Outcome outcome = run_request(request);
+    Json::StreamWriterBuilder one_line;
+    one_line["emitUTF8"] = true;  // the bytes as they are
+    one_line["indentation"] = "";
+    for (std::string line; std::getline(std::cin, line);) {
+        Json::Value request;
+        std::istringstream(line) >> request;
+        const Outcome outcome = run_request(request);
 
-    Json::Value result;
-    result["response"] = outcome.response;
-    result["exit_status"] = outcome.exit_status;
-    result["calls"] = array(fake_platform().calls);
-    result["log"] = array(fake_platform().log);
-    result["pauses"] = fake_platform().pauses;
-    Json::StreamWriterBuilder bytes_unchanged;
-    bytes_unchanged["emitUTF8"] = true;
-    bytes_unchanged["indentation"] = "";
-    std::cout << Json::writeString(bytes_unchanged, result);
+        Json::Value result;
+        result["response"] = outcome.response;
+        result["exit_status"] = outcome.exit_status;
+        result["calls"] = array(fake_platform().calls);
+        result["log"] = array(fake_platform().log);
+        result["pauses"] = fake_platform().pauses;
+        std::cout << Json::writeString(one_line, result) << std::endl;
+    }
 }

@@ -4,6 +4,7 @@ import json
 import pathlib
 import re
 import subprocess
+import threading
 
 import pytest
 
@@ -31,19 +32,34 @@ def find_log_places():
 LOG_PLACES = find_log_places()
 
 
-@pytest.fixture(name="run")
-def fixture_run(bin_dir):
-    """Runs a request and returns its outcome. Bytes that are not UTF-8 are kept on both ways."""
-    def run(given):
-        request = json.dumps(given, ensure_ascii=False).encode(errors="surrogateescape")
-        process = subprocess.run([pathlib.Path(bin_dir, "request_harness").resolve()], input=request,
-                                 capture_output=True, timeout=60)
-        assert (process.returncode, process.stderr) == (0, b"")
-        outcome = json.loads(process.stdout.decode(errors="surrogateescape"))
+class Harness:
+    """A process that runs requests. Bytes that are not UTF-8 are kept on both ways."""
+
+    def __init__(self, command):
+        self.process = subprocess.Popen([command], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+    def run(self, given):
+        """The outcome of a request."""
+        watchdog = threading.Timer(60, self.process.kill)
+        watchdog.start()
+        request = json.dumps(given, ensure_ascii=False)
+        self.process.stdin.write(f"{request}\n".encode(errors="surrogateescape"))
+        self.process.stdin.flush()
+        line = self.process.stdout.readline()
+        watchdog.cancel()
+        assert line, f"the process has ended: {self.process.wait()}"
+        outcome = json.loads(line.decode(errors="surrogateescape"))
         record_exchange(given["method"], given["body"].encode(errors="surrogateescape"),
                         outcome["response"].encode(errors="surrogateescape"))
         return outcome
-    return run
+
+
+@pytest.fixture(name="run", scope="module")
+def fixture_run(bin_dir):
+    harness = Harness(pathlib.Path(bin_dir, "request_harness").resolve())
+    yield harness.run
+    harness.process.stdin.close()
+    assert harness.process.wait() == 0
 
 
 def response_to(answer):
