@@ -1,15 +1,27 @@
 #!/usr/bin/python3
-"""A client of the rule endpoint: Python 3.9 or later, nothing else is needed.
+"""A client of the rule endpoint: Python 3.9 or later, nothing else is needed. As a command:
+
+    export RULE_URL=http://127.0.0.1:8080/rule RULE_USER=admin RULE_PASSWORD=secret
+    rule_client.py apply rules.csv
+
+and from another program:
 
     from rule_client import Rule, RuleClient
     client = RuleClient("http://127.0.0.1:8080/rule", "admin", "secret")
     client.add(Rule(event=536936448, channel=3, record=5))
 """
 
+import argparse
 import base64
+import collections
+import csv
+import getpass
 import http.client
 import json
+import netrc
+import os
 import re
+import sys
 import time
 import urllib.parse
 from typing import NamedTuple, Optional
@@ -232,3 +244,242 @@ def advice_for(failure):
     known = {-4: "look", -220: "look", -221: "at once", -304: "later", -305: "later",
              -601: "later", -602: "later", -603: "later", -911: "duplicate"}
     return known.get(failure.code, "never")
+
+
+# The command.
+
+APPLY_HELP = """Brings a recorder to the rules of a CSV file. Its first line names the columns: event and
+channel, and if wanted alarm, record, name and schedule. A rule that is there is kept; one for the
+same event and channel that differs is replaced; with --delete-others all other quick rules go.
+It can be interrupted and run again."""
+
+
+class BadInput(Exception):
+    """What the user gave cannot be used."""
+
+
+class Step(NamedTuple):
+    """What brings a recorder one rule closer to a file."""
+
+    outcome: str  # "kept", "added", "replaced" or "deleted"
+    title: str
+    rule: Optional[Rule] = None  # to be there afterwards
+    obsolete: tuple = ()  # listed rules to be gone before
+
+
+def number(text):
+    """A number from 0, in decimal or, as in 0x20020000, in hexadecimal."""
+    if not re.fullmatch("0[xX][0-9a-fA-F]+|[0-9]+", text):
+        raise ValueError(f"not a number from 0: '{text}'")
+    return int(text, 16) if text[:2] in ("0x", "0X") else int(text)
+
+
+def make_rule(event, channel, alarm=None, record=None, name=None, schedule=None):
+    """A rule of texts; what is empty counts as not given."""
+    rule = Rule(number(event), number(channel), number(alarm) if alarm else None,
+                number(record) if record else None, name or QUICK_NAME, schedule or "")
+    if (rule.event == ALARM_EVENT) != (rule.alarm is not None):
+        raise ValueError(f"an alarm input belongs to the alarm event, {ALARM_EVENT}, and to no other")
+    return rule
+
+
+def read_rules(path):
+    """The rules of a CSV file, by event and channel, each with its line."""
+    rules = {}
+    with open(path, newline="", encoding="utf-8-sig") as file:
+        rows = csv.DictReader(file, strict=True, restval="")
+        names = rows.fieldnames or []
+        if not {"event", "channel"} <= set(names) <= set(Rule._fields):
+            raise BadInput(f"{path}: the columns of the first line are {', '.join(names)}; "
+                           f"of {', '.join(Rule._fields)} they must be at least the first two")
+        for row in rows:
+            line = f"{path}:{rows.line_num}"
+            if None in row:
+                raise BadInput(f"{line}: more cells than columns")
+            try:
+                rule = make_rule(**row)
+            except ValueError as failure:
+                raise BadInput(f"{line}: {failure}") from failure
+            if (rule.event, rule.channel) in rules:
+                raise BadInput(f"{line}: a second rule for event {rule.event} on channel "
+                               f"{rule.channel}; a recorder takes one")
+            rules[rule.event, rule.channel] = (line, rule)
+    return rules
+
+
+def plan(rules, entries, delete_others):
+    """The steps that bring a recorder with these list entries to `rules`."""
+    listed = collections.defaultdict(list)
+    for entry in map(read_entry, entries):
+        if entry.quick and entry.rule is not None:
+            listed[entry.rule.event, entry.rule.channel].append(entry)
+    steps = []
+    for key, (line, rule) in rules.items():
+        there = sorted(listed.pop(key, []))
+        fitting = next((entry for entry in there if rule.met_by(entry.rule)), None)
+        obsolete = tuple(entry for entry in there if entry is not fitting)
+        outcome = "replaced" if obsolete else "kept" if fitting else "added"
+        steps.append(Step(outcome, f"{line}: {describe(rule)}", rule, obsolete))
+    others = [entry for same in listed.values() for entry in same] if delete_others else []
+    return [Step("deleted", f"{entry.guid}: {describe(entry.rule)}", None, (entry,))
+            for entry in others] + steps
+
+
+def take(client, step):
+    """Takes a step. A rule that was to be replaced is put back when the new one is refused."""
+    client.delete([entry.guid for entry in step.obsolete])
+    if step.rule is None or step.outcome == "kept":
+        return
+    try:
+        client.add(step.rule)
+    except Refused:
+        for entry in step.obsolete[:1]:
+            client.add(entry.rule)
+        raise
+
+
+def apply_steps(client, steps):
+    """Takes the steps and prints how many had which outcome. Returns the exit status."""
+    outcomes = collections.Counter()
+    failure = None
+    try:
+        for step in steps:
+            show_progress(sum(outcomes.values()), len(steps))
+            try:
+                take(client, step)
+                outcomes[step.outcome] += 1
+            except Refused as refusal:
+                outcomes["refused"] += 1
+                show_progress()
+                print(printable(f"{step.title}: {refusal}"), file=sys.stderr)
+    except (KeyboardInterrupt, NoAnswer) as reason:
+        failure = reason
+    show_progress()
+    print_outcomes(outcomes)
+    if failure is not None:
+        left = len(steps) - sum(outcomes.values())
+        print(f"{str(failure) or 'interrupted'}; {left} left, run it again", file=sys.stderr)
+        return 130 if isinstance(failure, KeyboardInterrupt) else 1
+    return 1 if outcomes["refused"] else 0
+
+
+def print_outcomes(outcomes):
+    print(", ".join(f"{outcome} {outcomes[outcome]}"
+                    for outcome in ("kept", "added", "replaced", "deleted", "refused")))
+
+
+def show_progress(done=0, total=0):
+    """Draws a bar on a terminal; without arguments removes it."""
+    if sys.stderr.isatty():
+        bar = "#" * (40 * done // total) if total else ""
+        text = f"[{bar:<40}] {done}/{total}" if total else ""
+        print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
+
+
+def describe(rule):
+    text = f"event {rule.event} on channel {rule.channel}"
+    text += f" alarm {rule.alarm}" if rule.alarm is not None else ""
+    text += f" records channel {rule.record}" if rule.record is not None else ""
+    return text + f", '{rule.name}'" + (f", schedule {rule.schedule}" if rule.schedule else "")
+
+
+def printable(text):
+    """The text without what could act on a terminal: a client of any kind chose the names."""
+    return "".join(char if char.isprintable() else "?" for char in text)
+
+
+def print_table(entries):
+    """The rules, one a line; of those that are no quick rules of one event only GUID and name."""
+    form = "{:<32} {:>10} {:>7} {:>5} {:>6} {:<32} {}"
+    print(form.format("GUID", "EVENT", "CHANNEL", "ALARM", "RECORD", "SCHEDULE", "NAME"))
+    for entry in map(read_entry, entries):
+        rule = entry.rule if entry.quick and entry.rule else Rule("", "", name=entry.name)
+        cells = [entry.guid, rule.event, rule.channel, rule.alarm, rule.record, rule.schedule, rule.name]
+        print(printable(form.format(*("" if cell is None else cell for cell in cells))).rstrip())
+
+
+def parse_arguments(arguments):
+    parser = argparse.ArgumentParser(
+        description="Lists, adds and deletes the rules of a recorder.",
+        epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc tell who"
+        " asks. A password on a command line can be seen by every user of the machine.")
+    parser.add_argument("--url", default=os.environ.get("RULE_URL"),
+                        help="the address of the rule endpoint; otherwise the variable RULE_URL")
+    parser.add_argument("--user", metavar="NAME[:PASSWORD]", help="who asks")
+    commands = parser.add_subparsers(dest="command", required=True)
+    listing = commands.add_parser("list", help="show all rules")
+    listing.add_argument("--json", action="store_true", help="show the entries as the recorder does")
+    adding = commands.add_parser("add", help="create a rule, unless it is there")
+    adding.add_argument("event", help="event ID, as in 536936448 or 0x20010000")
+    adding.add_argument("channel", help="channel of the camera")
+    for option in ("alarm", "record", "name", "schedule"):
+        adding.add_argument("--" + option)
+    deleting = commands.add_parser("delete", help="delete rules")
+    deleting.add_argument("guid", nargs="+")
+    applying = commands.add_parser("apply", help="bring a recorder to a list of rules",
+                                   description=APPLY_HELP)
+    applying.add_argument("file")
+    applying.add_argument("--dry-run", action="store_true", help="show only what would be done")
+    applying.add_argument("--delete-others", action="store_true",
+                          help="delete the quick rules that are not in the file")
+    options = parser.parse_args(arguments)
+    if not options.url:
+        parser.error("--url or the variable RULE_URL must tell where the recorder is")
+    return options
+
+
+def find_login(options):
+    """User and password, from the first place that has them."""
+    user, _, password = (options.user or os.environ.get("RULE_USER", "")).partition(":")
+    password = password or os.environ.get("RULE_PASSWORD", "")
+    if not password:
+        try:
+            entry = netrc.netrc().authenticators(urllib.parse.urlsplit(options.url).hostname)
+        except FileNotFoundError:
+            entry = None
+        if entry and user in ("", entry[0]):
+            user, password = entry[0], entry[2]
+    if user and not password and sys.stdin.isatty():
+        password = getpass.getpass(f"Password of {user}: ")
+    return user or None, password
+
+
+def run(options):
+    """Does what the options say. Returns the exit status."""
+    client = RuleClient(options.url, *find_login(options))
+    if options.command == "list":
+        entries = client.list()
+        if options.json:
+            print(json.dumps(entries, indent=2))
+        else:
+            print_table(entries)
+    elif options.command == "add":
+        created = client.add(make_rule(options.event, options.channel, options.alarm, options.record,
+                                       options.name, options.schedule))
+        print("added" if created else "kept: the rule is there")
+    elif options.command == "delete":
+        client.delete(options.guid)
+    else:
+        steps = plan(read_rules(options.file), client.list(), options.delete_others)
+        if not options.dry_run:
+            return apply_steps(client, steps)
+        for step in steps:
+            print(printable(f"{step.outcome:<8} {step.title}"))
+        print_outcomes(collections.Counter(step.outcome for step in steps))
+    return 0
+
+
+def main():
+    options = parse_arguments(sys.argv[1:])
+    try:
+        return run(options)
+    except (Refused, NoAnswer, BadInput, OSError, ValueError, csv.Error,
+            netrc.NetrcParseError) as failure:
+        print(printable(f"rule_client: {failure}"), file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        return 130
+
+
+if __name__ == "__main__":
+    sys.exit(main())
