@@ -248,10 +248,10 @@ def advice_for(failure):
 
 # The command.
 
-APPLY_HELP = """Brings a recorder to the rules of a CSV file. Its first line names the columns: event and
-channel, and if wanted alarm, record, name and schedule. A rule that is there is kept; one for the
-same event and channel that differs is replaced; with --delete-others all other quick rules go.
-It can be interrupted and run again."""
+APPLY_HELP = """Brings a recorder to the rules of a CSV file. The first line of the file names its
+columns: event and channel, and if wanted alarm, record, name and schedule. A rule that is there is
+kept. One for the same event and channel that differs is replaced. The command can be interrupted
+and run again."""
 
 
 class BadInput(Exception):
@@ -279,7 +279,7 @@ def make_rule(event, channel, alarm=None, record=None, name=None, schedule=None)
     rule = Rule(number(event), number(channel), number(alarm) if alarm else None,
                 number(record) if record else None, name or QUICK_NAME, schedule or "")
     if (rule.event == ALARM_EVENT) != (rule.alarm is not None):
-        raise ValueError(f"an alarm input belongs to the alarm event, {ALARM_EVENT}, and to no other")
+        raise ValueError(f"event {ALARM_EVENT} needs an alarm input, and no other event has one")
     return rule
 
 
@@ -290,8 +290,8 @@ def read_rules(path):
         rows = csv.DictReader(file, strict=True, restval="")
         names = rows.fieldnames or []
         if not {"event", "channel"} <= set(names) <= set(Rule._fields):
-            raise BadInput(f"{path}: the columns of the first line are {', '.join(names)}; "
-                           f"of {', '.join(Rule._fields)} they must be at least the first two")
+            raise BadInput(f"{path}:1: the columns are not event, channel and any of "
+                           f"{', '.join(Rule._fields[2:])}, with commas between them")
         for row in rows:
             line = f"{path}:{rows.line_num}"
             if None in row:
@@ -394,26 +394,29 @@ def print_table(entries):
     print(form.format("GUID", "EVENT", "CHANNEL", "ALARM", "RECORD", "SCHEDULE", "NAME"))
     for entry in map(read_entry, entries):
         rule = entry.rule if entry.quick and entry.rule else Rule("", "", name=entry.name)
-        cells = [entry.guid, rule.event, rule.channel, rule.alarm, rule.record, rule.schedule, rule.name]
+        cells = (entry.guid, rule.event, rule.channel, rule.alarm, rule.record, rule.schedule,
+                 rule.name)
         print(printable(form.format(*("" if cell is None else cell for cell in cells))).rstrip())
 
 
 def parse_arguments(arguments):
     parser = argparse.ArgumentParser(
         description="Lists, adds and deletes the rules of a recorder.",
-        epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc tell who"
-        " asks. A password on a command line can be seen by every user of the machine.")
+        epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc tell"
+        " who asks. A password on a command line can be seen by every user of the machine.")
     parser.add_argument("--url", default=os.environ.get("RULE_URL"),
                         help="the address of the rule endpoint; otherwise the variable RULE_URL")
     parser.add_argument("--user", metavar="NAME[:PASSWORD]", help="who asks")
     commands = parser.add_subparsers(dest="command", required=True)
     listing = commands.add_parser("list", help="show all rules")
-    listing.add_argument("--json", action="store_true", help="show the entries as the recorder does")
+    listing.add_argument("--json", action="store_true", help="as the recorder gives them")
     adding = commands.add_parser("add", help="create a rule, unless it is there")
     adding.add_argument("event", help="event ID, as in 536936448 or 0x20010000")
     adding.add_argument("channel", help="channel of the camera")
-    for option in ("alarm", "record", "name", "schedule"):
-        adding.add_argument("--" + option)
+    adding.add_argument("--alarm", help="alarm input of the camera, for the alarm event")
+    adding.add_argument("--record", metavar="CHANNEL", help="channel to record")
+    adding.add_argument("--name", help=f"name of the rule; otherwise {QUICK_NAME}")
+    adding.add_argument("--schedule", metavar="GUID", help="otherwise the schedule for all day")
     deleting = commands.add_parser("delete", help="delete rules")
     deleting.add_argument("guid", nargs="+")
     applying = commands.add_parser("apply", help="bring a recorder to a list of rules",
@@ -454,8 +457,8 @@ def run(options):
         else:
             print_table(entries)
     elif options.command == "add":
-        created = client.add(make_rule(options.event, options.channel, options.alarm, options.record,
-                                       options.name, options.schedule))
+        created = client.add(make_rule(options.event, options.channel, options.alarm,
+                                       options.record, options.name, options.schedule))
         print("added" if created else "kept: the rule is there")
     elif options.command == "delete":
         client.delete(options.guid)
