@@ -1,14 +1,14 @@
 """The client of examples/client: when it sends a request again, and what its command does."""
 
 import json
-import pathlib
-import sys
+import os
+import subprocess
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "examples/client"))
+from recorder import PROJECT
 from rule_client import (ALARM_EVENT, CLASH_LIMIT, Answer, NoAnswer, Refused, Rule, RuleClient,
-                         read_entry)
+                         apply_steps, plan, read_entry, read_rules)
 
 RULE = Rule(ALARM_EVENT, 3, alarm=16, record=10)
 NIGHT = "5C4ED01E000000000000000000000003"
@@ -114,3 +114,76 @@ def test_deletion_is_repeated():
 def test_rules_made_otherwise_are_not_taken_for_quick_ones(other):
     listed = read_entry(other)
     assert not listed.quick or listed.rule is None
+
+
+@pytest.fixture
+def command(recorder, tmp_path):
+    """Runs the command with a list of rules in rules.csv; returns its exit status and all that it
+    prints."""
+    host = "machine 127.0.0.1 login {0.user} password {0.password}".format(recorder)
+    (tmp_path / ".netrc").write_text(host)
+    (tmp_path / ".netrc").chmod(0o600)
+
+    def run(*arguments, rules=""):
+        (tmp_path / "rules.csv").write_text("event,channel,alarm,record,name,schedule\n" + rules)
+        done = subprocess.run(
+            [PROJECT / "examples/client/rule_client.py", *arguments], cwd=tmp_path, text=True,
+            env={"HOME": str(tmp_path), "PATH": os.environ["PATH"], "RULE_URL": recorder.url},
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        return done.returncode, done.stdout
+    return run
+
+
+def test_applying_a_list(command, recorder):
+    rules = ('0x20010000,3,,5,"a\u202eb, \u00e4",\n'
+             f"0x20020000,10,16,,,{NIGHT}\n"
+             "537264129,9,,,camera?,\n")
+    refusal = "rules.csv:4: event 537264129 on channel 9, 'camera?': Error ch-9 GUID is NULL"
+    assert command("apply", "rules.csv", "--dry-run", rules=rules)[1].endswith(
+        "kept 0, added 3, replaced 0, deleted 0, refused 0\n")
+    assert not recorder.client.list()
+    for outcome in "kept 0, added 2", "kept 2, added 0":
+        status, printed = command("apply", "rules.csv", rules=rules)
+        assert status == 1 and refusal in printed
+        assert f"{outcome}, replaced 0, deleted 0, refused 1\n" in printed
+    assert "a?b, \u00e4" in command("list")[1]
+    # A rule that cannot be replaced is still there, and so is one that is not in the file.
+    changed = rules.replace(",5,", ",9,").split("\n")[0] + "\n"
+    assert "refused 1" in command("apply", "rules.csv", rules=changed)[1]
+    assert command("apply", "rules.csv", rules=changed.replace(",9,", ",,"))[0] == 0
+    assert json.loads(command("list", "--json")[1]) == recorder.client.list()
+    assert [(listed.rule.event, listed.rule.record) for listed in
+            map(read_entry, recorder.client.list())] == [(ALARM_EVENT, None), (536936448, None)]
+    assert command("apply", "rules.csv", "--delete-others")[0] == 0
+    assert not recorder.client.list()
+
+
+@pytest.mark.parametrize("rules, fault", [
+    ("536936448\n", "rules.csv:2: not a number"),
+    ("536936448,3,,,,,\n", "rules.csv:2: more cells"),
+    ("536936448,-3\n", "rules.csv:2: not a number"),
+    ("536936448,3,0\n", "rules.csv:2: event 537001984 needs"),
+    ("537001984,3\n", "rules.csv:2: event 537001984 needs"),
+    ("0x20010000,3\n\n536936448,3\n", "rules.csv:4: a second rule"),
+])
+def test_a_list_with_a_fault_is_not_applied(rules, fault, command, recorder):
+    status, printed = command("apply", "rules.csv", rules=rules + "536936448,4\n")
+    assert status == 1 and fault in printed
+    assert not recorder.client.list()
+
+
+def test_what_is_interrupted_is_run_again(recorder, tmp_path, capsys):
+    class InterruptedClient(RuleClient):
+        def add(self, rule):
+            if rule.channel == 5:
+                raise KeyboardInterrupt
+            return super().add(rule)
+
+    rows = "".join(f"536936448,{channel}\n" for channel in range(8))
+    (tmp_path / "rules.csv").write_text("event,channel\n" + rows)
+    interrupted = InterruptedClient(recorder.url, recorder.user, recorder.password)
+    for client, status, outcome in ((interrupted, 130, "kept 0, added 5"),
+                                    (recorder.client, 0, "kept 5, added 3")):
+        steps = plan(read_rules(tmp_path / "rules.csv"), client.list(), False)
+        assert apply_steps(client, steps) == status
+        assert outcome in capsys.readouterr().out

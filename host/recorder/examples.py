@@ -1,7 +1,7 @@
 """Runs the examples in the pages of docs/: examples.py [BIN_DIR [PAGE]]
 Starts a recorder, shows each command of docs/api.md, or of PAGE, with what it prints, and fails if
-that is not what the page says. In a block marked `console` a command stands after "$ ", and what it
-prints in the lines that follow."""
+that is not what the page says. In a block marked `console` a command stands after "$ ", continued after
+"> ", and what it prints in the lines that follow."""
 
 import os
 import pathlib
@@ -9,24 +9,27 @@ import re
 import subprocess
 import sys
 
-from recorder import PROJECT, Recorder, build_programs, run_command
+from recorder import PROJECT, SERVICE_URL, Recorder, build_programs, run_command
 
 
 def read_examples(page):
     """The commands of a page, each with what it prints."""
     blocks = re.findall(r"^```console\n(.*?)^```", page.read_text(), re.DOTALL | re.MULTILINE)
-    return re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", "".join(blocks), re.MULTILINE)
+    examples = re.findall(r"^\$ (.*(?:\n> .*)*)\n((?:(?!\$ ).*\n)*)", "".join(blocks), re.MULTILINE)
+    return [(command.replace("\n> ", "\n"), printed) for command, printed in examples]
 
 
 def run_examples(examples, recorder):
     """What the commands print, in one shell because later ones use the variables of earlier ones.
-    The pages call the rule endpoint `rule` and its user's credentials `account`."""
+    The first block of a page tells which variables name the recorder."""
     (recorder.state / ".curlrc").write_text("silent\nshow-error\n")  # instead of the user's
     script = "".join(f"{command}\nprintf '\\0'\n" for command, _ in examples)
-    environment = {**os.environ, "rule": recorder.url,
-                   "account": f"{recorder.user}:{recorder.password}",
+    environment = {**os.environ, "RULE_URL": recorder.url, "RULE_USER": recorder.user,
+                   "RULE_PASSWORD": recorder.password,
+                   "account": f"{recorder.user}:{recorder.password}", "service": SERVICE_URL,
                    "CURL_HOME": str(recorder.state), "no_proxy": "*"}
-    done = subprocess.run(["bash", "-c", script], env=environment, stdout=subprocess.PIPE, text=True)
+    done = subprocess.run(["bash", "-c", script], env=environment, cwd=PROJECT,
+                          stdout=subprocess.PIPE, text=True)
     return done.stdout.split("\0")[:-1]
 
 

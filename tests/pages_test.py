@@ -1,0 +1,31 @@
+"""The examples in the pages of docs/, on the host recorder."""
+
+import base64
+import re
+
+import pytest
+
+from examples import comparable, read_examples, run_examples
+from recorder import PROJECT, Rule
+
+
+@pytest.mark.parametrize("page", ["api", "config-service"])
+def test_examples(page, recorder):
+    examples = read_examples(PROJECT / f"docs/{page}.md")
+    assert len(examples) > 3
+    for (command, expected), printed in zip(examples, run_examples(examples, recorder)):
+        assert comparable(printed) == comparable(expected), command
+
+
+def test_the_program_sends_the_multicall_of_the_page(recorder):
+    def decoded(document):
+        return comparable(re.sub('"content": "([^"]+)"',
+                                 lambda match: base64.b64decode(match[1]).decode(), document))
+
+    documents = [(command, printed)
+                 for command, printed in read_examples(PROJECT / "docs/config-service.md")
+                 if re.match(r"\w+=", command)]
+    shown = run_examples([*documents, ('printf %s "$multicall"', "")], recorder)[-1]
+    recorder.client.add(Rule(event=536936448, channel=3, record=10))
+    sent = re.findall(r"multicallData=\[(.*)\]", (recorder.state / "rule.log").read_text())[-1]
+    assert decoded(shown) == decoded(sent)
