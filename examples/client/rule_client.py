@@ -130,6 +130,7 @@ class RuleClient:
 
     def __init__(self, url, user=None, password="", timeout=60):
         """`timeout` is in seconds; the endpoint itself can take 45."""
+        self.url = url
         self._url = urllib.parse.urlsplit(url)
         if self._url.scheme not in ("http", "https") or not self._url.hostname:
             raise ValueError(f"not the address of a recorder: {url}")

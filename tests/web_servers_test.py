@@ -1,0 +1,148 @@
+"""The rule endpoint with the web servers of docs/web-servers.md, set up as that page says."""
+
+import json
+import os
+import re
+
+import pytest
+
+from recorder import PROJECT, Rule, RuleClient, _free_port, _is_open, stop, wait_until
+
+PROGRAM = "/usr/lib/rule_operation/rule_operation.cgi"
+PAGE = (PROJECT / "docs/web-servers.md").read_text()
+ADD = "?func=addRule"
+REQUESTS = {
+    "PUT": ("PUT",),
+    "PUT to `/some/path` after the address": ("PUT", "/some/path"),
+    "GET of `.bak` after the address": ("GET", ".bak"),
+    "PUT without credentials": ("PUT",),
+    "PATCH": ("PATCH",),
+    "FOO": ("FOO",),
+    "get": ("get",),
+    "POST of `{}`": ("POST", ADD, b"{}"),
+    "POST of `{}` in chunks": ("POST", ADD, (b"{", b"}")),
+    "POST of 4,095 bytes": ("POST", ADD, b"{}".ljust(4095)),
+    "POST of 4,096 bytes": ("POST", ADD, b"{}".ljust(4096)),
+    "POST of 70,000 bytes": ("POST", ADD, b"{}".ljust(70000)),
+    "DELETE of `{}`": ("DELETE", "", b"{}"),
+}
+APACHE = """\
+ServerRoot {state}
+PidFile {state}/apache.pid
+ScriptSock {state}/cgid.socket
+ErrorLog {state}/apache.log
+Listen 127.0.0.1:{port}
+ServerName recorder
+PassEnv RULE_RECORDER_DIR
+LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
+LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
+LoadModule alias_module /usr/lib/apache2/modules/mod_alias.so
+LoadModule env_module /usr/lib/apache2/modules/mod_env.so
+LoadModule cgid_module /usr/lib/apache2/modules/mod_cgid.so
+"""
+NGINX = """\
+daemon off;
+pid {state}/nginx.pid;
+events {{}}
+http {{
+    access_log off;
+    client_body_temp_path {state}/nginx;
+    fastcgi_temp_path {state}/nginx;
+    proxy_temp_path {state}/nginx;
+    scgi_temp_path {state}/nginx;
+    uwsgi_temp_path {state}/nginx;
+    server {{
+        listen 127.0.0.1:{port};
+"""
+# Platforms of devices take the name from REMOTE_USER, which the host's does not.
+BUSYBOX_PROGRAM = """\
+#!/bin/sh
+[ -z "$REMOTE_USER" ] || export HTTP_AUTHORIZATION='{login}'
+exec '{program}'
+"""
+
+
+
+
+def lines_of_the_page(language, replacements):
+    (lines,) = re.findall(rf"^```{language}\n(.*?)^```", PAGE, re.DOTALL | re.MULTILINE)
+    for old, new in replacements.items():
+        assert old in lines
+        lines = lines.replace(old, str(new))
+    return lines
+
+
+def write_file(path, text):
+    path.write_text(text)
+    return path
+
+
+# Each returns the commands that start the web server, and the path of the endpoint.
+
+
+def apache(recorder, port):
+    text = APACHE.format(state=recorder.state, port=port)
+    text += lines_of_the_page("apache", {PROGRAM: recorder.program})
+    return [["apache2", "-DFOREGROUND", "-f", write_file(recorder.state / "apache", text)]], "/rule"
+
+
+def nginx(recorder, port):
+    socket = f"unix:{recorder.state}/fcgiwrap.socket"
+    text = NGINX.format(state=recorder.state, port=port)
+    text += lines_of_the_page("nginx", {PROGRAM: recorder.program,
+                                        "unix:/run/fcgiwrap.socket": socket}) + "}}\n"
+    return [["fcgiwrap", "-s", socket],
+            ["nginx", "-e", recorder.state / "nginx.log",
+             "-c", write_file(recorder.state / "nginx", text)]], "/rule"
+
+
+def busybox(recorder, port):
+    text = lines_of_the_page("busybox", {"PASSWORD": recorder.password})
+    files = recorder.state / "busybox"
+    (files / "cgi-bin").mkdir(parents=True, exist_ok=True)
+    login = recorder.environment()["HTTP_AUTHORIZATION"]
+    write_file(files / "cgi-bin/rule", BUSYBOX_PROGRAM.format(
+        login=login, program=recorder.program)).chmod(0o755)
+    return [["busybox", "httpd", "-f", "-p", f"127.0.0.1:{port}", "-h", files,
+             "-c", write_file(recorder.state / "httpd.conf", text)]], "/cgi-bin/rule"
+
+
+@pytest.fixture(params=["lighttpd", apache, nginx, busybox],
+                ids=["lighttpd", "Apache", "nginx", "BusyBox"])
+def client(request, recorder):
+    """A client of the endpoint with that web server."""
+    if request.param == "lighttpd":
+        yield recorder.client
+        return
+    port = _free_port(None)
+    commands, path = request.param(recorder, port)
+    # Apache does not serve as root, and nothing here needs it.
+    other_user = ["unshare", "--map-user=1", "--map-group=1"] if os.geteuid() == 0 else []
+    environment = {"RULE_RECORDER_DIR": recorder.state, "PATH": os.environ["PATH"] + ":/usr/sbin"}
+    processes = [recorder._start(*other_user, *command, env=environment) for command in commands]
+    assert wait_until(lambda: _is_open(port))
+    yield RuleClient(f"http://127.0.0.1:{port}{path}", recorder.user, recorder.password)
+    for process in processes:
+        stop(process)
+
+
+def outcome(answer):
+    try:
+        return str(json.loads(answer.body)["ret_code"])
+    except (KeyError, TypeError, ValueError):
+        return str(answer.status)
+
+
+def test_web_server(client, recorder, request):
+    rows = [line.strip("| ").split(" | ") for line in PAGE.splitlines() if line.startswith("| ")]
+    column = rows[0].index(request.node.callspec.id)
+    assert {row[0] for row in rows[1:]} == set(REQUESTS)
+    stranger = RuleClient(client.url)
+    log = recorder.state / "rule.log"
+    logged = log.read_text().count("PathInfo = /some/path\n")
+    for row in rows[1:]:
+        asking = stranger if "without" in row[0] else client
+        assert (row[0], outcome(asking.request(*REQUESTS[row[0]]))) == (row[0], row[column])
+    assert client.add(Rule(event=536936448, channel=3))
+    assert client.list() == recorder.client.list()
+    assert log.read_text().count("PathInfo = /some/path\n") == logged + 1
