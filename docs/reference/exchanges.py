@@ -30,6 +30,7 @@ class Refusal(NamedTuple):
     producer: str
     text: str
     cause: str
+    remedy: str = ""
 
     def covers(self, code, text):
         pattern = re.escape(self.text).replace("%d", r"-?\d+").replace("%X", "[0-9A-F]+")
@@ -46,7 +47,8 @@ class Refusal(NamedTuple):
 def read_table():
     """Those that are handed on come last, because they cover any code."""
     rows = re.findall(r"^\|" + r" ([^|\n]+) \|" * 5 + "$", PAGE, re.MULTILINE)
-    table = [Refusal(code, producer, text, cause) for codes, producer, text, cause, _ in rows
+    table = [Refusal(code, producer, text, cause, remedy)
+             for codes, producer, text, cause, remedy in rows
              if text != "text" and "---" not in text for code in codes.split(", ")]
     return sorted(table, key=lambda refusal: not refusal.code.startswith("-"))
 
@@ -174,6 +176,16 @@ def check_document():
                     for code in codes - {refusal.code for refusal in documented})
 
 
+def check_summaries(part):
+    """Yields refusals in a part of the document that it sums up otherwise than the table."""
+    if isinstance(part, dict):
+        refusal = refusal_of(part.get("value"))
+        if refusal and part.get("summary") != f"{refusal.cause}: {refusal.remedy}":
+            yield f"summed up otherwise than in the table: {part}"
+        for each in part.values():
+            yield from check_summaries(each)
+
+
 def check_sources():
     """Yields refusals of the sources without a row, and rows of a guard that the sources lack.
     Whether they lack another row shows where no test produces it."""
@@ -204,8 +216,8 @@ def check_messages():
 def main(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         exchanges = [json.loads(line) for line in file]
-    faults = [*check_exchanges(exchanges), *check_document(), *check_sources(),
-              *check_messages()]
+    faults = [*check_exchanges(exchanges), *check_document(), *check_summaries(API),
+              *check_sources(), *check_messages()]
     print(*faults, f"{len(exchanges)} exchanges held against the API document", sep="\n")
     sys.exit(bool(faults))
 

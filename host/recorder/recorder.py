@@ -62,7 +62,7 @@ class Recorder:
         log = self.state / "config_service.log"
         with log.open("ab") as output:
             start = output.tell()
-            self.service = self._start(
+            self.service = self.start_process(
                 self.program.with_name("config_service"), "--database", self.state / "rules.db",
                 stdout=output, stderr=output)
         self._wait_for(self.service, lambda: b" listening" in log.read_bytes()[start:],
@@ -71,18 +71,18 @@ class Recorder:
     def start_web_server(self, program, prefix=()):
         """Starts a web server for the CGI program. `prefix` is the beginning of the command that
         starts it. Returns the process and the program's URL once a client can connect."""
-        port = _free_port(self.port)
+        port = free_port(self.port)
         environment = {"PATH": os.environ["PATH"] + ":/usr/sbin", "RULE_WEB_PORT": str(port),
                        "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
         log = self.state / "web_server.log"
         with log.open("ab") as output:
-            web = self._start(*prefix, "lighttpd", "-D", "-f",
+            web = self.start_process(*prefix, "lighttpd", "-D", "-f",
                               PROJECT / "host/web_server/lighttpd.conf",
                               env=environment, stderr=output)
-        self._wait_for(web, lambda: _is_open(port), "the web server does not start:", log)
+        self._wait_for(web, lambda: is_open(port), "the web server does not start:", log)
         return web, f"http://127.0.0.1:{port}/rule"
 
-    def _start(self, *command, **options):
+    def start_process(self, *command, **options):
         """Starts a process that ends with the recorder, and with this process when it is killed."""
         process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command],
                                    stdin=subprocess.DEVNULL, start_new_session=True, **options)
@@ -189,7 +189,7 @@ def stop(process):
         return process.wait()
 
 
-def _free_port(wanted):
+def free_port(wanted):
     """The port `wanted` of 127.0.0.1, or any when it is None; nothing listens on it."""
     with socket.socket() as probe:
         probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -201,6 +201,6 @@ def _free_port(wanted):
         return probe.getsockname()[1]
 
 
-def _is_open(port):
+def is_open(port):
     with socket.socket() as probe:
         return probe.connect_ex(("127.0.0.1", port)) == 0

@@ -1,0 +1,71 @@
+"""Generates the types of a client in TypeScript from the API document. Against them must compile what
+the document has as examples and docs/api.md as rules, and what is no rule must not."""
+
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+import yaml
+
+FOLDER = pathlib.Path(__file__).resolve().parent
+TOOLS = FOLDER / "node_modules/.bin"
+sys.path.insert(0, str(FOLDER.parents[1] / "host/recorder"))
+from examples import read_examples  # noqa: E402
+
+MEDIA = '["content"]["application/json"]'
+NEW_RULE = f'paths["/rule"]["post"]["requestBody"]{MEDIA}'
+
+
+def documented_examples():
+    """Type and value of each example of a request or an answer."""
+    path = yaml.safe_load((FOLDER.parent / "openapi.yaml").read_text())["paths"]["/rule"]
+    for method in "get", "put", "post", "delete":
+        operation = path[method]
+        bodies = {f'["responses"][{status}]': response
+                  for status, response in operation["responses"].items()}
+        if "requestBody" in operation:
+            bodies['["requestBody"]'] = operation["requestBody"]
+        for place, body in bodies.items():
+            media = body.get("content", {}).get("application/json", {})
+            for example in media.get("examples", {}).values():
+                yield f'paths["/rule"]["{method}"]{place}{MEDIA}', example["value"]
+
+
+def shown_rules():
+    """The requests that docs/api.md shows for adding a rule."""
+    return [json.loads(body) for command, _ in read_examples(FOLDER.parent / "api.md")
+            for body in re.findall(r"func=addRule\" -d '(.*)'", command)]
+
+
+def compile_values(directory, values):
+    """What the compiler says about values of those types, the first of which is in line 2."""
+    lines = ['import type { paths } from "./api";']
+    lines += [f"export const value{i}: {type_} = {json.dumps(value)};"
+              for i, (type_, value) in enumerate(values)]
+    (directory / "values.ts").write_text("\n".join(lines))
+    done = subprocess.run([TOOLS / "tsc", "--noEmit", "--strict", "values.ts"], cwd=directory,
+                          stdout=subprocess.PIPE, text=True)
+    return done.stdout
+
+
+def main():
+    rules = shown_rules()
+    wrong_rules = [{"rule": {}}, {"rule": {**rules[0]["rule"], "action": {}}}]
+    with tempfile.TemporaryDirectory() as directory:
+        directory = pathlib.Path(directory)
+        subprocess.run([TOOLS / "openapi-typescript", FOLDER.parent / "openapi.yaml",
+                        "--output", directory / "api.ts"], check=True, capture_output=True)
+        examples = list(documented_examples())
+        faults = compile_values(directory, examples + [(NEW_RULE, rule) for rule in rules])
+        if faults:
+            sys.exit(faults)
+        faults = compile_values(directory, [(NEW_RULE, rule) for rule in wrong_rules])
+        if re.findall(r"^values\.ts\((\d+),", faults, re.MULTILINE) != ["2", "3"]:
+            sys.exit(f"what is no rule compiles:\n{faults}")
+    print(f"{len(examples)} examples and {len(rules)} rules compile")
+
+
+main()
