@@ -8,7 +8,7 @@ import pytest
 
 from recorder import PROJECT, Rule, RuleClient, free_port, is_open, stop, wait_until
 
-PROGRAM = "/usr/lib/rule_operation/rule_operation.cgi"
+PROGRAM = "/usr/libexec/rule_operation/rule_operation.cgi"
 PAGE = (PROJECT / "docs/web-servers.md").read_text()
 ADD = "?func=addRule"
 REQUESTS = {
