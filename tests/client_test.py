@@ -63,6 +63,7 @@ NO_SCHEDULE = answer(-104, "Error check time profile [AAAA] fail ret=-104")
 NO_EVENT = answer(-102, "Error input Json no event object")
 PAGE = Answer(502, {}, b"<html>")
 TOO_LONG = Answer(413, {}, b"<html>")
+NOT_THE_ENDPOINT = Answer(200, {}, b"null")
 LOST = ConnectionResetError()
 NIGHTLY = RULE._replace(schedule=NIGHT)
 
@@ -83,6 +84,7 @@ NIGHTLY = RULE._replace(schedule=NIGHT)
     (NIGHTLY, [NO_SCHEDULE], Refused),
     (RULE, [NO_EVENT], Refused),
     (RULE, [TOO_LONG], Refused),
+    (RULE, [NOT_THE_ENDPOINT], Refused),
     (RULE, [DUPLICATE, listing(RULE)], False),
     (RULE, [DUPLICATE, listing(NIGHTLY)], False),
     (NIGHTLY, [DUPLICATE, listing(RULE, NIGHTLY)], False),

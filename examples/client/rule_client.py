@@ -210,15 +210,18 @@ class RuleClient:
             body = json.dumps(document, ensure_ascii=False).encode()
         try:
             answer = self.request(method, target, body, {"Content-Type": "application/json"})
-            result = json.loads(answer.body)
         except (OSError, http.client.HTTPException) as failure:
             raise NoAnswer(f"{self._url.netloc}: {failure or type(failure).__name__}") from failure
-        except ValueError as failure:
-            raise _foreign_answer(answer) from failure
-        if isinstance(result, dict) and result.get("ret_code", 0) != 0:
-            raise Refused(result["ret_code"], str(result.get("ret_mesg", "")))
-        if answer.status != 200:
+        try:
+            result = json.loads(answer.body)
+            bare = method == "GET" and answer.status == 200  # the list itself
+            code, text = (0, "") if bare else (result["ret_code"], str(result["ret_mesg"]))
+        except (KeyError, RecursionError, TypeError, ValueError):
+            code = None
+        if not isinstance(code, int):
             raise _foreign_answer(answer)
+        if code != 0:
+            raise Refused(code, text)
         return result
 
 
