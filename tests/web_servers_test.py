@@ -34,23 +34,15 @@ ErrorLog {state}/apache.log
 Listen 127.0.0.1:{port}
 ServerName recorder
 PassEnv RULE_RECORDER_DIR
-LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
-LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
-LoadModule alias_module /usr/lib/apache2/modules/mod_alias.so
-LoadModule env_module /usr/lib/apache2/modules/mod_env.so
-LoadModule cgid_module /usr/lib/apache2/modules/mod_cgid.so
 """
+APACHE_MODULE = "LoadModule {0}_module /usr/lib/apache2/modules/mod_{0}.so\n"
 NGINX = """\
 daemon off;
 pid {state}/nginx.pid;
 events {{}}
 http {{
     access_log off;
-    client_body_temp_path {state}/nginx;
-    fastcgi_temp_path {state}/nginx;
-    proxy_temp_path {state}/nginx;
-    scgi_temp_path {state}/nginx;
-    uwsgi_temp_path {state}/nginx;
+    {directories}
     server {{
         listen 127.0.0.1:{port};
 """
@@ -81,14 +73,17 @@ def write_file(path, text):
 
 
 def apache(recorder, port):
-    text = APACHE.format(state=recorder.state, port=port)
+    text = "".join(map(APACHE_MODULE.format, ("mpm_event", "authz_core", "alias", "env", "cgid")))
+    text += APACHE.format(state=recorder.state, port=port)
     text += lines_of_the_page("apache", {PROGRAM: recorder.program})
     return [["apache2", "-DFOREGROUND", "-f", write_file(recorder.state / "apache", text)]], "/rule"
 
 
 def nginx(recorder, port):
     socket = f"unix:{recorder.state}/fcgiwrap.socket"
-    text = NGINX.format(state=recorder.state, port=port)
+    directories = " ".join(f"{name}_temp_path {recorder.state}/nginx;" for name in
+                           ("client_body", "fastcgi", "proxy", "scgi", "uwsgi"))
+    text = NGINX.format(state=recorder.state, port=port, directories=directories)
     text += lines_of_the_page("nginx", {PROGRAM: recorder.program,
                                         "unix:/run/fcgiwrap.socket": socket}) + "}}\n"
     return [["fcgiwrap", "-s", socket],
