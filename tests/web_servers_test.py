@@ -11,6 +11,9 @@ from recorder import PROJECT, Rule, RuleClient, free_port, is_open, stop, wait_u
 PROGRAM = "/usr/libexec/rule_operation/rule_operation.cgi"
 PAGE = (PROJECT / "docs/web-servers.md").read_text()
 ADD = "?func=addRule"
+# Reads and writes root's files all the same.
+AS_OTHER_USER = ["setpriv", "--reuid=1", "--regid=1", "--clear-groups", "--pdeathsig", "TERM",
+                 "--inh-caps=+dac_override", "--ambient-caps=+dac_override"]
 REQUESTS = {
     "PUT": ("PUT",),
     "PUT to `/some/path` after the address": ("PUT", "/some/path"),
@@ -111,8 +114,8 @@ def client(request, recorder):
         return
     port = free_port(None)
     commands, path = request.param(recorder, port)
-    # Apache does not serve as root, and nothing here needs it.
-    other_user = ["unshare", "--map-user=1", "--map-group=1"] if os.geteuid() == 0 else []
+    # Apache does not serve as root.
+    other_user = AS_OTHER_USER if os.geteuid() == 0 else []
     environment = {"RULE_RECORDER_DIR": recorder.state, "PATH": os.environ["PATH"] + ":/usr/sbin"}
     processes = [recorder.start_process(*other_user, *command, env=environment) for command in commands]
     assert wait_until(lambda: is_open(port))
