@@ -69,8 +69,9 @@ class Recorder:
                        "the configuration service does not start:", log)
 
     def start_web_server(self, program, prefix=()):
-        """Starts a web server for the CGI program. `prefix` is the beginning of the command that
-        starts it. Returns the process and the program's URL once a client can connect."""
+        """Starts a web server for the CGI program, whose file must be called rule_operation.cgi, or else
+        it is not run. `prefix` is the beginning of the command that starts the web server. Returns
+        the process and the program's URL once a client can connect."""
         port = free_port(self.port)
         environment = {"PATH": os.environ["PATH"] + ":/usr/sbin", "RULE_WEB_PORT": str(port),
                        "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
