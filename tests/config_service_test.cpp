@@ -1,17 +1,12 @@
 // The configuration service of the host recorder: what it takes, what it refuses, what it keeps.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
 
 #include "host/common/base64.h"
 #include "host/common/xml_document.h"
-#include "host/config_service/refusal.h"
 #include "host/config_service/service.h"
 #include "host/config_service/store.h"
 
@@ -28,23 +23,31 @@ const std::string ACTION_GUID = "2222222222AAAAAAAAAAAAAAAAAA000A";
 const std::string RULE_GUID = "3333333333AAAAAAAAAAAAAAAAAA0003";
 
 // What stands in b64() is sent encoded.
-const std::string EVENT_CALL = R"json({"object":"Rule","method":"POST","body":{"ruleNode":{
-    "name":"n","isGroup":false,"description":"","GUID":"1111111111AAAAAAAAAAAAAAAAAA0003",
-    "type":3,"active":true,"content":"b64(<event_profile><EventID>7</EventID>
-    <SourceNum>1</SourceNum><SourceIds><id0>CAFE</id0></SourceIds></event_profile>)",
-    "EventID":7}}})json";
-const std::string ACTION_CALL = R"json({"object":"Rule","method":"POST","body":{"ruleNode":{
-    "name":"n","isGroup":false,"description":"","GUID":"2222222222AAAAAAAAAAAAAAAAAA000A",
-    "type":4,"active":true,"content":"b64(<action_profile><ActionName>RecordControl</ActionName>
-    <TargetNum>1</TargetNum><TargetIds><id0>CAFE</id0></TargetIds></action_profile>)"}}})json";
-const std::string RULE_CALL = R"json({"object":"Rule","method":"POST","body":{"ruleNode":{
-    "name":"n","isGroup":false,"description":"","GUID":"3333333333AAAAAAAAAAAAAAAAAA0003",
-    "type":0,"active":true,"content":"b64(<rule><EventProfileNum>1</EventProfileNum>
-    <EventProfiles><evtpf0>1111111111AAAAAAAAAAAAAAAAAA0003</evtpf0></EventProfiles>
-    <TimeProfile></TimeProfile><ActionProfileNum>1</ActionProfileNum><ActionProfiles>
-    <actpf0>2222222222AAAAAAAAAAAAAAAAAA000A</actpf0></ActionProfiles></rule>)"}}})json";
+const std::string EVENT =
+    R"j({"name": "e", "isGroup": false, "description": "d", "GUID": ")j" + EVENT_GUID +
+    R"j(", "type": 3, "active": false, "content": "b64(<event_profile><EventID>-7</EventID>)j"
+    R"j(<SourceNum>1</SourceNum><SourceIds><id0>C</id0></SourceIds></event_profile>)", )j"
+    R"j("EventID": -7})j";
+const std::string ACTION =
+    R"j({"name": "", "isGroup": false, "description": "", "GUID": ")j" + ACTION_GUID +
+    R"j(", "type": 4, "active": true, "content": "b64(<action_profile><ActionName>A</ActionName>)j"
+    R"j(<TargetNum>2</TargetNum><TargetIds><id0>C</id0><id1>D</id1></TargetIds>)j"
+    R"j(</action_profile>)"})j";
+const std::string RULE =
+    R"j({"name": "r", "isGroup": false, "description": "", "GUID": ")j" + RULE_GUID +
+    R"j(", "type": 0, "active": true, "content": "b64(<rule><EventProfileNum>1</EventProfileNum>)j"
+    R"j(<EventProfiles><evtpf0>1111111111aaaaaaaaaaaaaaaaaa0003</evtpf0></EventProfiles>)j"
+    R"j(<TimeProfile>5c4ed01e000000000000000000000003</TimeProfile>)j"
+    R"j(<ActionProfileNum>1</ActionProfileNum><ActionProfiles><actpf0>)j" +
+    ACTION_GUID + R"j(</actpf0></ActionProfiles></rule>)"})j";
+
+std::string call(const std::string& node)
+{
+    return R"({"object": "Rule", "method": "POST", "body": {"ruleNode": )" + node + "}}";
+}
+
 const std::string WHOLE_RULE =
-    R"({"calls":[)" + EVENT_CALL + "," + ACTION_CALL + "," + RULE_CALL + "]}";
+    R"({"calls": [)" + call(EVENT) + ", " + call(ACTION) + ", " + call(RULE) + "]}";
 
 std::string whole_rule_with(const std::string& to, const std::string& from)
 {
@@ -90,158 +93,135 @@ class ConfigServiceTest : public testing::Test
     std::optional<Store> store_{std::in_place, directory_ / "rules.db"};
 };
 
-bool has_code(const std::string& reply, ErrorCode code)
+bool starts_with(const std::string& reply, uint32_t code, const std::string& text = "")
 {
-    return reply.find("\"err_code\": " + std::to_string(static_cast<int32_t>(code)) + ",") == 1;
+    const auto number = std::to_string(static_cast<int32_t>(code));
+    return reply.rfind(R"({"err_code": )" + number + R"(, "err_str": ")" + text, 0) == 0;
 }
 
 TEST_F(ConfigServiceTest, RefusesWhatIsNotAWholeRuleAndKeepsNothingOfIt)
 {
     struct Row {
         std::string to;
-        ErrorCode code;
-        const char* text;
+        uint32_t code;
+        std::string text;
         std::string from = WHOLE_RULE;
     };
+    constexpr uint32_t BAD_DOCUMENT = 0x94062A04;
+    constexpr uint32_t BAD_CALL = 0x94062A05;
+    const std::string no_document = "the body is not a JSON document: ";
+    const std::string calls = "calls is not a list of 1 to 16 calls";
+    const std::string in_event = "call 0: content: no <id0> in <SourceIds>";
+    const std::string no_guid = " is not 32 hexadecimal digits";
+    std::string seventeen = call("{}");
+    for (int i = 0; i < 16; ++i) {
+        seventeen += "," + call("{}");
+    }
     // clang-format off
     const Row rows[] = {
-        {"", ErrorCode::bad_document, "not a JSON document"},
-        {"}}}]}x", ErrorCode::bad_document, "not a JSON document", "}}}]}"},
-        {std::string(5000, '['), ErrorCode::bad_document, "not a JSON document"},
-        {"{}", ErrorCode::bad_document, "calls"},
-        {R"({"calls":[]})", ErrorCode::bad_document, "calls"},
-        {R"({"calls":[7]})", ErrorCode::bad_call, "call 0"},
-        {"\"Role\"", ErrorCode::bad_call, "call 0", "\"Rule\""},
-        {"PUT", ErrorCode::bad_call, "call 0", "POST"},
-        {EVENT_GUID + "0", ErrorCode::bad_call, "GUID", EVENT_GUID},
-        {"\"G1", ErrorCode::bad_call, "GUID", "\"11"},
-        {"\"n\\u0000\"", ErrorCode::bad_call, "zero byte", "\"n\""},
-        {"\"type\":5", ErrorCode::bad_call, "type", "\"type\":4"},
-        {"\"type\":3,\"EventID\":7", ErrorCode::bad_call, "call 1", "\"type\":4"},
-        {"\"EventID\":8", ErrorCode::bad_call, "EventID", "\"EventID\":7"},
-        {"</action_profile>)!", ErrorCode::bad_call, "base64", "</action_profile>)"},
-        {"(action", ErrorCode::bad_call, "syntax error", "(<action"},
-        {"(<!DOCTYPE a><action", ErrorCode::bad_call, "document type", "(<action"},
-        {"\"type\":0", ErrorCode::bad_call, "not a document <rule>", "\"type\":4"},
-        {"<TargetNum>2", ErrorCode::bad_call, "TargetNum", "<TargetNum>1"},
-        {EVENT_CALL, ErrorCode::guid_in_use, "call 1", ACTION_CALL},
-        {"", ErrorCode::unknown_reference, "call 0", EVENT_CALL + "," + ACTION_CALL + ","},
-        {"f0>" + EVENT_GUID, ErrorCode::unknown_reference, "call 2", "f0>" + ACTION_GUID},
-        {"<TimeProfile>" + EVENT_GUID, ErrorCode::unknown_reference, "call 2", "<TimeProfile>"},
+        {"", BAD_DOCUMENT, no_document},
+        {"}}}]}x", BAD_DOCUMENT, no_document, "}}}]}"},
+        {"{\"a\\\"\": " + std::string(16, '['), BAD_DOCUMENT, no_document + "it is nested too deeply"},
+        {"[" + std::string(1000, ','), BAD_DOCUMENT, no_document + "it has too many elements"},
+        {"{}", BAD_DOCUMENT, calls},
+        {R"({"calls":[]})", BAD_DOCUMENT, calls},
+        {R"({"calls":[)" + seventeen + "]}", BAD_DOCUMENT, calls},
+        {R"({"calls":[7]})", BAD_CALL, "call 0: object is missing or of another type"},
+        {"\"Role\"", BAD_CALL, "call 0: the only call is method POST of object Rule", "\"Rule\""},
+        {"PUT", BAD_CALL, "call 0: the only call is method POST of object Rule", "POST"},
+        {'"' + std::string(4097, 'n') + '"', BAD_CALL, "call 0: name is longer than 4096 bytes", "\"e\""},
+        {"\"e\\u0000\"", BAD_CALL, "call 0: name has a zero byte or is not UTF-8", "\"e\""},
+        {"\"\xed\xa0\x80\"", BAD_CALL, "call 0: name has a zero byte or is not UTF-8", "\"e\""},
+        {EVENT_GUID + "0", BAD_CALL, "call 0: GUID" + no_guid, EVENT_GUID},
+        {"\"G1", BAD_CALL, "call 0: GUID" + no_guid, "\"11"},
+        {"\"isGroup\": true", BAD_CALL, "call 0: isGroup is true", "\"isGroup\": false"},
+        {"\"type\": 5", BAD_CALL, "call 1: type is not 0, 3 or 4", "\"type\": 4"},
+        {"\"type\": 0", BAD_CALL, "call 1: content is not a document <rule>", "\"type\": 4"},
+        {"\"EventID\": -8", BAD_CALL, "call 0: content: <EventID> is not the node's EventID", "\"EventID\": -7"},
+        {"\"EventID\": 2147483648", BAD_CALL, "call 0: EventID does not fit in 32 bits", "\"EventID\": -7"},
+        {"</action_profile>)!", BAD_CALL, "call 1: content is not base64", "</action_profile>)"},
+        {"(action", BAD_CALL, "call 1: content cannot be read as XML: line 1: syntax error", "(<action"},
+        {"(<!DOCTYPE a><action", BAD_CALL, "call 1: content cannot be read as XML: line 1: a document type", "(<action"},
+        {"<ActionName/>", BAD_CALL, "call 1: content: no <ActionName>", "<ActionName>A</ActionName>"},
+        {"<TargetNum>1", BAD_CALL, "call 1: content: <TargetNum> does not agree with <TargetIds>", "<TargetNum>2"},
+        {"<id0/>", BAD_CALL, in_event, "<id0>C</id0>"},
+        {"<id1>C</id1>", BAD_CALL, in_event, "<id0>C</id0>"},
+        {"", BAD_CALL, "call 0: content: no member in <SourceIds>", "<SourceNum>1</SourceNum><SourceIds><id0>C</id0></SourceIds>"},
+        {"", BAD_CALL, "call 0: content: <SourceNum> does not agree", "<SourceNum>1</SourceNum>"},
+        {"<evtpf0>", BAD_CALL, "call 2: content: the GUID of an event profile" + no_guid, "<evtpf0>1"},
+        {"<actpf0>", BAD_CALL, "call 2: content: the GUID of an action profile" + no_guid, "<actpf0>2"},
+        {"<TimeProfile>", BAD_CALL, "call 2: content: the GUID of the time profile" + no_guid, "<TimeProfile>5"},
+        {call(EVENT), 0x94062A06, "call 1: GUID " + EVENT_GUID + " is already in use", call(ACTION)},
+        {"", 0x94062A07, "call 0: there is no event profile 1111111111aaaaaaaaaaaaaaaaaa0003", call(EVENT) + ", " + call(ACTION) + ", "},
+        {"f0>" + EVENT_GUID, 0x94062A07, "call 2: there is no action profile " + EVENT_GUID, "f0>" + ACTION_GUID},
+        {"<TimeProfile>6", 0x94062A07, "call 2: there is no schedule 6c4ed01e000000000000000000000003", "<TimeProfile>5"},
     };
     // clang-format on
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.to.substr(0, 300));
         const std::string reply = post(whole_rule_with(row.to, row.from));
-        EXPECT_TRUE(has_code(reply, row.code) && reply.find(row.text) != std::string::npos)
-            << reply;
+        EXPECT_TRUE(starts_with(reply, row.code, row.text)) << row.to.substr(0, 300) << reply;
         EXPECT_FALSE(stores("GUID"));
     }
-    EXPECT_EQ(post(WHOLE_RULE), SUCCESS);
-    EXPECT_TRUE(stores(RULE_GUID));
-    EXPECT_TRUE(has_code(post(WHOLE_RULE), ErrorCode::guid_in_use));
+    EXPECT_EQ(post(whole_rule_with('"' + std::string(4096, 'n') + '"', "\"e\"")), SUCCESS);
+    EXPECT_TRUE(starts_with(post(WHOLE_RULE), 0x94062A06));
+}
+
+TEST_F(ConfigServiceTest, ListsWhatIsThere)
+{
+    EXPECT_EQ(ask("GET", "/cfg/Rule"), R"({"err_code": 0, "err_str": "", "content": []})");
+    post(WHOLE_RULE);
+    EXPECT_EQ(ask("GET", "/cfg/Rule?x"), encoded(R"({"err_code": 0, "err_str": "", "content": [)" +
+                                                 EVENT + ", " + ACTION + ", " + RULE + "]}"));
 }
 
 TEST_F(ConfigServiceTest, DeletionTakesOnlyTheRulesOwnProfilesAlong)
 {
-    const auto remove = [this](const std::string& guid) {
-        return ask("DELETE", "/cfg/Rule?GUID=" + guid);
+    const auto remove = [this](const std::string& query) {
+        return ask("DELETE", "/cfg/Rule" + query);
     };
-    const std::string shared_rule = "3333333333BBBBBBBBBBBBBBBBBB0003";
+    const std::string shared_rule = "3333333333bbbbbbbbbbbbbbbbbb0003";
     post(WHOLE_RULE);
-    post(R"({"calls":[)" + std::regex_replace(RULE_CALL, std::regex(RULE_GUID), shared_rule) +
+    post(R"({"calls":[)" + call(std::regex_replace(RULE, std::regex(RULE_GUID), shared_rule)) +
          "]}");
     for (const std::string& unknown : {"F" + RULE_GUID.substr(1), EVENT_GUID, std::string()}) {
-        EXPECT_TRUE(has_code(remove(unknown), ErrorCode{0x94062A2A})) << unknown;
+        EXPECT_TRUE(starts_with(remove("?GUID=" + unknown), 0x94062A2A)) << unknown;
     }
-    EXPECT_TRUE(has_code(ask("DELETE", "/cfg/Rule"), ErrorCode::missing_guid));
-    EXPECT_EQ(remove(RULE_GUID), SUCCESS);
+    for (const std::string& query :
+         {std::string(), "?guid=" + RULE_GUID, "?GUID=" + RULE_GUID + "%00"}) {
+        EXPECT_TRUE(starts_with(remove(query), 0x94062A08, "the query has no parameter GUID"));
+    }
+    EXPECT_EQ(remove("?a=b&GUID=%33" + RULE_GUID.substr(1)), SUCCESS);
     EXPECT_FALSE(stores(RULE_GUID));
     EXPECT_TRUE(stores(EVENT_GUID));
-    remove(shared_rule);
+    remove("?GUID=3333333333BBBBBBBBBBBBBBBBBB0003&GUID=x");
     EXPECT_FALSE(stores("GUID"));
 }
 
-void limit_file_length(rlim_t bytes)
+TEST_F(ConfigServiceTest, ADatabaseOfAnotherKindIsLeftAlone)
 {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    limit.rlim_cur = std::min(bytes, limit.rlim_max);
-    setrlimit(RLIMIT_FSIZE, &limit);
-}
-
-// The disk is full at every point of the writing in turn.
-TEST_F(ConfigServiceTest, AFullDiskIsAnErrorThatChangesNothing)
-{
-    constexpr rlim_t STEP = 512;
-    constexpr rlim_t ENOUGH = 1UL << 20U;
-    const std::string second_rule = std::regex_replace(WHOLE_RULE, std::regex("AAA0"), "AAA1");
-    const HttpRequest changes[] = {
-        {"POST", "/cfg/multicalls", encoded(second_rule)},
-        {"DELETE", "/cfg/Rule?GUID=" + RULE_GUID, ""},
-    };
-    post(WHOLE_RULE);
-    for (const HttpRequest& change : changes) {
-        const std::string rules = ask("GET", "/cfg/Rule");
-        rlim_t bytes = 0;
-        std::string reply;
-        const auto is_refused = [&] {
-            limit_file_length(bytes);
-            reply = serve(*store_, change).body;
-            limit_file_length(RLIM_INFINITY);
-            return has_code(reply, ErrorCode::database_failure);
-        };
-        for (; bytes < ENOUGH && is_refused(); bytes += STEP) {
-            ASSERT_EQ(ask("GET", "/cfg/Rule"), rules) << bytes;
-        }
-        EXPECT_EQ(reply, SUCCESS) << bytes;
-        EXPECT_GT(bytes, 10 * STEP);
+    for (const char* const statement : {"CREATE TABLE other (x)", "PRAGMA user_version = 2"}) {
+        Database(directory_ / statement).run(statement);
+        EXPECT_THROW(Store{directory_ / statement}, DatabaseError);
     }
-    EXPECT_FALSE(stores(RULE_GUID));
-    EXPECT_TRUE(stores("3333333333AAAAAAAAAAAAAAAAAA1003"));
-    const std::string rules = ask("GET", "/cfg/Rule");
-    store_.emplace(directory_ / "rules.db");
-    EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
+    Database(directory_ / "rules.db").run("DROP TABLE schedule");
+    EXPECT_TRUE(starts_with(ask("GET", "/cfg/Schedule"), 0x94062A09, "database: no such table"));
+    EXPECT_TRUE(starts_with(post(WHOLE_RULE), 0x94062A09, "database: no such table"));
+    EXPECT_FALSE(stores("GUID"));
 }
 
-TEST_F(ConfigServiceTest, ADatabaseThatCannotBeWrittenIsNotServedAndKeepsItsContent)
-{
-    post(WHOLE_RULE);
-    const std::string rules = ask("GET", "/cfg/Rule");
-    const std::string schedules = ask("GET", "/cfg/Schedule");
-    EXPECT_NE(schedules.find(R"("_ALL_DAY_")"), std::string::npos);
-    store_.reset();
-    fs::permissions(directory_, fs::perms(0555));
-    fs::permissions(directory_ / "rules.db", fs::perms(0444));
-    // Permissions do not bind root.
-    constexpr uid_t NOBODY = 65534;
-    const uid_t user = geteuid();
-    ASSERT_EQ(seteuid(user == 0 ? NOBODY : user), 0);
-    EXPECT_THROW(store_.emplace(directory_ / "rules.db"), DatabaseError);
-    ASSERT_EQ(seteuid(user), 0);
-    fs::permissions(directory_, fs::perms(0700));
-    fs::permissions(directory_ / "rules.db", fs::perms(0600));
-    store_.emplace(directory_ / "rules.db");
-    EXPECT_EQ(ask("GET", "/cfg/Rule"), rules);
-    EXPECT_EQ(ask("GET", "/cfg/Schedule"), schedules);
-}
-
-TEST_F(ConfigServiceTest, PathsAndMethodsAreChecked)
-{
-    EXPECT_EQ(serve(*store_, {"GET", "/cfg/Rules", ""}).status, 404);
-    EXPECT_EQ(serve(*store_, {"PUT", "/cfg/Rule", ""}).status, 405);
-    EXPECT_EQ(serve(*store_, {"POST", "/cfg/Schedule", ""}).status, 405);
-}
-
-TEST(XmlDocumentTest, NestingHasALimit)
+TEST(XmlParserTest, NestingAndElementsHaveALimit)
 {
     std::string text;
     std::string error;
-    for (int levels = 1; levels < 1000; ++levels) {
+    for (int levels = 1; levels < 100; ++levels) {
         text.insert(text.size() / 7 * 3, "<a></a>");
-        EXPECT_EQ(XmlParser(1000).parse(text, error).has_value(), levels <= 32);
+        EXPECT_EQ(XmlParser(100).parse(text, error).has_value(), levels <= 32);
     }
+    XmlParser parser(3);
+    EXPECT_TRUE(parser.parse("<a><b/></a>", error));
+    EXPECT_EQ(parser.elements_left(), 1);
+    EXPECT_FALSE(parser.parse("<a><b/></a>", error));
+    EXPECT_EQ(error, "line 1: too many elements");
 }
 
 }  // namespace

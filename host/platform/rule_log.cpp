@@ -120,6 +120,9 @@ void append_message(std::string& line, std::string_view message)
     while (next != end) {
         const char* const first = next;
         const utf::code_point character = utf::utf_traits<char>::decode(next, end);
+        if (!utf::is_valid_codepoint(character)) {
+            next = first + 1;
+        }
         const std::string_view bytes(first, static_cast<size_t>(next - first));
         if (is_printable(character)) {
             line += bytes;
