@@ -10,7 +10,7 @@
 
 int main(int count, char** arguments)
 {
-    const JsonObject list = make_rule_list(rule_count());
+    const TJsonObject list = make_rule_list(rule_count());
     if (count > 1 && std::string_view(arguments[1]) == "parse") {
         const char* const text = json_object_to_json_string(list.get());
         const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());

@@ -1,13 +1,15 @@
-"""Counts the instructions that fixed requests take inside main, and compares them with those that
-instructions.json records: instructions.py BENCH_BUILD --instructions | --record"""
+"""Counts the instructions that fixed requests take, from a process's first to its last, and compares
+them with those that instructions.json records: instructions.py --instructions | --record"""
 import json
-import os
+import pathlib
 import re
 import subprocess
 import sys
 
-BENCH, MODE = sys.argv[1:]
-RECORD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "instructions.json")
+MODE = sys.argv[1]
+FOLDER = pathlib.Path(__file__).resolve().parent
+PROGRAM = FOLDER.parent / "build/bench/bin/rule_operation.cgi"
+RECORD = FOLDER / "instructions.json"
 TOLERANCE = 0.03
 ADD = '{"rule":{"event":[{"eventID":536936448,"camera":[{"chIdx":3}]}],' \
       '"action":[{"ActionName":"RecordControl","chIdx":[5]}]}}'
@@ -22,22 +24,18 @@ REQUESTS = {
 
 def count(method, body, rules):
     env = {"REQUEST_METHOD": method, "CONTENT_LENGTH": str(len(body)),
-           "RULE_BENCH_RULES": str(rules), "PATH": os.environ["PATH"]}
+           "RULE_BENCH_RULES": str(rules)}
     output = subprocess.run(
-        ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
-         "--toggle-collect=main", f"{BENCH}/bin/rule_operation.cgi"],
+        ["/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", PROGRAM],
         env=env, input=body, capture_output=True, text=True, check=False).stderr
     return int(re.search(r"Collected : (\d+)", output).group(1))
 
 
 counts = {name: count(*request) for name, request in REQUESTS.items()}
 if MODE == "--record":
-    with open(RECORD, "w", encoding="utf-8") as file:
-        json.dump(counts, file, indent=2)
-        file.write("\n")
+    RECORD.write_text(json.dumps(counts, indent=2) + "\n")
     sys.exit()
-with open(RECORD, encoding="utf-8") as file:
-    recorded = json.load(file)
+recorded = json.loads(RECORD.read_text())
 failed = False
 for name, value in counts.items():
     change = value / recorded[name] - 1
