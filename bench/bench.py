@@ -53,16 +53,20 @@ def measure(rounds, method, *contenders, **variables):
 
 
 def bare_requests():
-    *programs, (floor, _) = measure(400, "PUT", *([path] for path in PROGRAMS.values()),
-                                    [NOTHING, "quiet"])
-    for link, (put, _) in zip(LINKS, programs):
+    *costs, (floor, _) = measure(400, "PUT", *([path] for path in PROGRAMS.values()),
+                                 [NOTHING, "quiet"])
+    puts = dict(zip(LINKS, costs))
+    for link, (put, _) in puts.items():
         row(f"PUT, {link}", (put, "us"), floor, "a C program that does nothing",
             at_most=1.30 if link == "static" else None)
     (add, _), (floor, _) = measure(200, "POST", [PROGRAMS["static"]], [NOTHING, "pauses"])
     row("add rule, static", (add, "us"), floor, "a C program with the same pauses", at_most=1.08)
-    for link, (_, kib) in zip(LINKS, programs):
-        row(f"resident memory of a PUT, {link}", (kib, "KiB"), 1024, "1 MiB",
+    for link in ("static", "shared"):
+        row(f"resident memory of a PUT, {link}", (puts[link][1], "KiB"), 1024, "1 MiB",
             at_most=1.6 if link == "static" else None)
+        stripped = recorder.state / "stripped"
+        subprocess.run(["strip", "-o", stripped, PROGRAMS[link]], check=True)
+        row(f"size of the program, {link}", (stripped.stat().st_size / 1024, "KiB"))
 
 
 def list_costs(count):
@@ -77,7 +81,7 @@ def list_costs(count):
 
 def rule_lists():
     none = list_costs(0)
-    for count in (480, 4800, 48000):
+    for count in (4800, 48000):
         (spent, floor), (memory, memory_floor) = (
             [(now - before) / count for now, before in zip(*pair)]
             for pair in zip(list_costs(count), none))

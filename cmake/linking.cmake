@@ -117,6 +117,6 @@ function(link_program program)
     add_custom_command(TARGET ${program} POST_BUILD COMMAND "${CMAKE_COMMAND}" "-DINPUTS=${inputs}"
                        -P "${PROJECT_SOURCE_DIR}/cmake/check_linking.cmake" VERBATIM)
 
-    message(STATUS "The program is linked ${linking}${reason}")
+    message(NOTICE "The program is linked ${linking}${reason}")
     file(WRITE "${PROJECT_BINARY_DIR}/linking.txt" "the program is linked ${linking}${reason}\n")
 endfunction()
