@@ -15,6 +15,10 @@ A quick rule, event 536936448 on channel 3 records channel 3, and then the list 
   curl -u {user}:{password} '{url}?func=addRule' -d '{{"rule": {{"event": [{{"eventID": 536936448, \
 "camera": [{{"chIdx": 3}}]}}], "action": [{{"ActionName": "RecordControl", "chIdx": [3]}}]}}}}'
   curl -u {user}:{password} {url}
+
+For the examples of docs/api.md and for examples/client/rule_client.py:
+  export RULE_URL={url} RULE_USER={user} RULE_PASSWORD={password}
+  account=$RULE_USER:$RULE_PASSWORD
 """
 
 
