@@ -174,18 +174,21 @@ def test_a_list_with_a_fault_is_not_applied(rules, fault, command, recorder):
     assert not recorder.client.list()
 
 
-def test_what_is_interrupted_is_run_again(recorder, tmp_path, capsys):
+def test_what_is_interrupted_is_run_again(recorder, tmp_path, capsys, monkeypatch):
     class InterruptedClient(RuleClient):
         def add(self, rule):
             if rule.channel == 5:
                 raise KeyboardInterrupt
             return super().add(rule)
 
+    monkeypatch.setattr("sys.stderr.isatty", lambda: True)
     rows = "".join(f"536936448,{channel}\n" for channel in range(8))
     (tmp_path / "rules.csv").write_text("event,channel\n" + rows)
     interrupted = InterruptedClient(recorder.url, recorder.user, recorder.password)
-    for client, status, outcome in ((interrupted, 130, "kept 0, added 5"),
-                                    (recorder.client, 0, "kept 5, added 3")):
+    for client, status, outcome, progress in (
+            (interrupted, 130, "kept 0, added 5", "[#########################               ] 5/8"),
+            (recorder.client, 0, "kept 5, added 3", "[###################################     ] 7/8")):
         steps = plan(read_rules(tmp_path / "rules.csv"), client.list(), False)
         assert apply_steps(client, steps) == status
-        assert outcome in capsys.readouterr().out
+        printed = capsys.readouterr()
+        assert outcome in printed.out and progress in printed.err
