@@ -7,7 +7,8 @@
 struct tagINPUT;
 
 // Sets up the signal handling of the process. Called once, before anything else. Afterwards a write
-// to a closed pipe or socket must fail with an error and not end the process.
+// to a closed pipe or socket, or beyond a file size limit, must fail with an error and not end the
+// process.
 void register_signal_handler();
 
 // Splits `path` at each '/' and appends the tokens to `*tokens`. Returns a status that becomes the
