@@ -61,7 +61,7 @@ NO_SCHEDULES = answer(-102, "Internal error get time profile guid fail ret=-102"
 NOT_CHECKED = answer(-103, "Error check time profile [a\nb] fail ret=-103")
 NO_SCHEDULE = answer(-104, "Error check time profile [AAAA] fail ret=-104")
 NO_EVENT = answer(-102, "Error input Json no event object")
-PAGE = Answer(502, {}, b"<html>")
+PAGE = Answer(500, {}, b"<html>")
 TOO_LONG = Answer(413, {}, b"<html>")
 NOT_THE_ENDPOINT = Answer(200, {}, b"null")
 LOST = ConnectionResetError()
@@ -134,6 +134,18 @@ def command(recorder, tmp_path):
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         return done.returncode, done.stdout
     return run
+
+
+def test_single_rules(command, recorder):
+    add = ("add", "0x20020000", "3", "--alarm", "1", "--record", "5", "--name", "bell",
+           "--schedule", NIGHT)
+    assert command(*add) == (0, "added\n")
+    assert command(*add) == (0, "kept: the rule is there\n")
+    (listed,) = map(read_entry, recorder.client.list())
+    assert listed.rule == Rule(ALARM_EVENT, 3, 1, 5, "bell", NIGHT)
+    assert command("delete", listed.guid) == (0, "")
+    assert not recorder.client.list()
+    assert command("--user", "admin:wrong", "list") == (1, "rule_client: Authorized failed (-2)\n")
 
 
 def test_applying_a_list(command, recorder):
