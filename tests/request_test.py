@@ -35,8 +35,9 @@ LOG_PLACES = find_log_places()
 class Harness:
     """A process that runs requests. Bytes that are not UTF-8 are kept on both ways."""
 
-    def __init__(self, command):
-        self.process = subprocess.Popen([command], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    def __init__(self, bin_dir):
+        self.process = subprocess.Popen([pathlib.Path(bin_dir, "request_harness").resolve()],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def run(self, given):
         """The outcome of a request."""
@@ -56,7 +57,7 @@ class Harness:
 
 @pytest.fixture(name="run", scope="module")
 def fixture_run(bin_dir):
-    harness = Harness(pathlib.Path(bin_dir, "request_harness").resolve())
+    harness = Harness(bin_dir)
     yield harness.run
     harness.process.stdin.close()
     assert harness.process.wait() == 0
@@ -163,8 +164,8 @@ def test_request(case, run):
     check_log(case, outcome["log"])
 
 
-def test_an_exception_is_answered_once(run):
-    """Wherever in the platform it comes from."""
+def test_an_exception_is_answered_once(run, bin_dir):
+    """Wherever in the platform it comes from, and no signal ends the process."""
     usual = next(case.given for case in CASES if case.name == "last channel")
     calls = run(usual)["calls"]
     assert "free input" in calls[-1]
@@ -174,6 +175,8 @@ def test_an_exception_is_answered_once(run):
         assert outcome["exit_status"] == -4
         last_call = outcome["calls"][-1].partition(" after")[0]
         assert last_call == (call if position < 3 else "free input")
+    with pytest.raises(AssertionError, match=f"ended: {-4 % 256}"):
+        Harness(bin_dir).run({**usual, "throwing_at": len(calls) - 1})
 
 
 @pytest.mark.parametrize("text, mistake", [
