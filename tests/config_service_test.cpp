@@ -170,6 +170,7 @@ TEST_F(ConfigServiceTest, ListsWhatIsThere)
 {
     EXPECT_EQ(ask("GET", "/cfg/Rule"), R"({"err_code": 0, "err_str": "", "content": []})");
     post(WHOLE_RULE);
+    store_.emplace(directory_ / "rules.db");
     EXPECT_EQ(ask("GET", "/cfg/Rule?x"), encoded(R"({"err_code": 0, "err_str": "", "content": [)" +
                                                  EVENT + ", " + ACTION + ", " + RULE + "]}"));
 }
