@@ -6,7 +6,6 @@
 #include <regex>
 
 #include "host/common/base64.h"
-#include "host/common/xml_document.h"
 #include "host/config_service/service.h"
 #include "host/config_service/store.h"
 
@@ -113,10 +112,14 @@ TEST_F(ConfigServiceTest, RefusesWhatIsNotAWholeRuleAndKeepsNothingOfIt)
     const std::string calls = "calls is not a list of 1 to 16 calls";
     const std::string in_event = "call 0: content: no <id0> in <SourceIds>";
     const std::string no_guid = " is not 32 hexadecimal digits";
-    std::string seventeen = call("{}");
-    for (int i = 0; i < 16; ++i) {
-        seventeen += "," + call("{}");
-    }
+    const std::string unreadable = "call 0: content cannot be read as XML: line 1: ";
+    const auto repeated = [](const std::string& text, int times) {
+        std::string all;
+        for (int i = 0; i < times; ++i) {
+            all += text;
+        }
+        return all;
+    };
     // clang-format off
     const Row rows[] = {
         {"", BAD_DOCUMENT, no_document},
@@ -125,7 +128,7 @@ TEST_F(ConfigServiceTest, RefusesWhatIsNotAWholeRuleAndKeepsNothingOfIt)
         {"[" + std::string(1000, ','), BAD_DOCUMENT, no_document + "it has too many elements"},
         {"{}", BAD_DOCUMENT, calls},
         {R"({"calls":[]})", BAD_DOCUMENT, calls},
-        {R"({"calls":[)" + seventeen + "]}", BAD_DOCUMENT, calls},
+        {R"({"calls":[)" + repeated(call("{}") + ",", 16) + "7]}", BAD_DOCUMENT, calls},
         {R"({"calls":[7]})", BAD_CALL, "call 0: object is missing or of another type"},
         {"\"Role\"", BAD_CALL, "call 0: the only call is method POST of object Rule", "\"Rule\""},
         {"PUT", BAD_CALL, "call 0: the only call is method POST of object Rule", "POST"},
@@ -140,6 +143,10 @@ TEST_F(ConfigServiceTest, RefusesWhatIsNotAWholeRuleAndKeepsNothingOfIt)
         {"\"EventID\": -8", BAD_CALL, "call 0: content: <EventID> is not the node's EventID", "\"EventID\": -7"},
         {"\"EventID\": 2147483648", BAD_CALL, "call 0: EventID does not fit in 32 bits", "\"EventID\": -7"},
         {"</action_profile>)!", BAD_CALL, "call 1: content is not base64", "</action_profile>)"},
+        {"(" + repeated("<a>", 29), BAD_CALL, unreadable + "no element found", "("},
+        {"(" + repeated("<a>", 30), BAD_CALL, unreadable + "nested too deeply", "("},
+        {"(<a>" + repeated("<a/>", 994), BAD_CALL, unreadable + "no element found", "("},
+        {"(<a>" + repeated("<a/>", 995), BAD_CALL, unreadable + "too many elements", "("},
         {"(action", BAD_CALL, "call 1: content cannot be read as XML: line 1: syntax error", "(<action"},
         {"(<!DOCTYPE a><action", BAD_CALL, "call 1: content cannot be read as XML: line 1: a document type", "(<action"},
         {"<ActionName/>", BAD_CALL, "call 1: content: no <ActionName>", "<ActionName>A</ActionName>"},
@@ -208,21 +215,6 @@ TEST_F(ConfigServiceTest, ADatabaseOfAnotherKindIsLeftAlone)
     EXPECT_TRUE(starts_with(ask("GET", "/cfg/Schedule"), 0x94062A09, "database: no such table"));
     EXPECT_TRUE(starts_with(post(WHOLE_RULE), 0x94062A09, "database: no such table"));
     EXPECT_FALSE(stores("GUID"));
-}
-
-TEST(XmlParserTest, NestingAndElementsHaveALimit)
-{
-    std::string text;
-    std::string error;
-    for (int levels = 1; levels < 100; ++levels) {
-        text.insert(text.size() / 7 * 3, "<a></a>");
-        EXPECT_EQ(XmlParser(100).parse(text, error).has_value(), levels <= 32);
-    }
-    XmlParser parser(3);
-    EXPECT_TRUE(parser.parse("<a><b/></a>", error));
-    EXPECT_EQ(parser.elements_left(), 1);
-    EXPECT_FALSE(parser.parse("<a><b/></a>", error));
-    EXPECT_EQ(error, "line 1: too many elements");
 }
 
 }  // namespace

@@ -258,17 +258,16 @@ TEST(HostPlatformTest, CameraListHasAChannelALine)
     }
     EXPECT_STREQ((*cameras)[10].camera_guid, "CA3E7A000000000000000000C0DE0010");
     const std::pair<const char*, const char*> rows[] = {
-        {"0\n192\n", "Camera configuration: cameras.txt:2: the channel is not in 0 to 191"},
-        {"-1", "Camera configuration: cameras.txt:1: the channel is not in 0 to 191"},
-        {"99999999999", "Camera configuration: cameras.txt:1: the channel is not in 0 to 191"},
-        {"7\n\n7\n", "Camera configuration: cameras.txt:3: channel 7 is there twice"},
-        {"Roof 191",
-         "Camera configuration: cameras.txt:1: no channel number at the start of the line"},
-        {"5x", "Camera configuration: cameras.txt:1: no channel number at the start of the line"},
+        {"0\n192\n", "2: the channel is not in 0 to 191"},
+        {"-1", "1: the channel is not in 0 to 191"},
+        {"99999999999", "1: the channel is not in 0 to 191"},
+        {"7\n\n7\n", "3: channel 7 is there twice"},
+        {"Roof 191", "1: no channel number at the start of the line"},
+        {"5x", "1: no channel number at the start of the line"},
     };
     for (const auto& [list, reason] : rows) {
         EXPECT_EQ(load(list), nullptr) << list;
-        EXPECT_EQ(last_log_message(), reason);
+        EXPECT_EQ(last_log_message(), std::string("Camera configuration: cameras.txt:") + reason);
     }
     auto array = std::make_unique<st_cmsvr_conf_array>();
     fs::remove(DIRECTORY / "cameras.txt");
