@@ -33,7 +33,7 @@ def read_envelope(case, value):
 
 
 GIVEN = dict.fromkeys(["method", "length", "path", "func", "GUID"], str)
-GIVEN.update(dict.fromkeys(["table", "authentication", "tokenizer", "clock"], int))
+GIVEN.update(dict.fromkeys(["table", "authentication", "tokenizer", "clock", "errno"], int))
 GIVEN.update(dict.fromkeys(["schedules", "rules", "multicall"], read_answer))
 GIVEN_REPEATEDLY = {"camera": read_camera, "deletion": read_answer}
 

@@ -77,7 +77,8 @@ def response_to(answer):
 
 def is_refusal(answer):
     """Whether the program has refused the request with a text of its own."""
-    return isinstance(answer, tuple) and answer[0] not in STATUS and answer[1] != "Request failed"
+    return (isinstance(answer, tuple) and answer[0] not in STATUS
+            and answer[1] not in ("Request failed", "Internal error"))
 
 
 def exit_status(case):
