@@ -10,6 +10,9 @@ if(NOT IS_DIRECTORY "${CMAKE_SYSROOT}")
     message(FATAL_ERROR "There is no sysroot ${CMAKE_SYSROOT}: run scripts/make-sysroot")
 endif()
 
+# The C library of the sysroot, not the compiler package's own, which has no security updates.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-B${CMAKE_SYSROOT}/usr/lib/aarch64-linux-gnu")
+
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -16,6 +16,9 @@ file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
      "var.rule_program = \"${RULE_INSTALLED_PROGRAM}\"\n${RULE_ENDPOINT_CONF}")
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
         DESTINATION "${RULE_DATA_DIR}" COMPONENT program)
+# What is linked in, as scripts/package writes it.
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/rule_operation.spdx"
+        DESTINATION "${RULE_DATA_DIR}" COMPONENT program OPTIONAL)
 
 # The host recorder, when it is the platform of this build.
 if(TARGET config_service)
@@ -32,5 +35,6 @@ if(PROJECT_IS_TOP_LEVEL)
     set(CPACK_COMPONENTS_ALL program)
     set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
     set(CPACK_STRIP_FILES ON)
+    set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_SOURCE_DIR}/cmake/set_times.cmake")
     include(CPack)
 endif()
