@@ -31,6 +31,6 @@ static_assert(sizeof(st_cmsvr_conf_element) == 3720);
 static_assert(sizeof(st_cmsvr_conf_array) == 714240);
 static_assert(std::is_trivial_v<st_cmsvr_conf_array>);
 
-// Fills `array` with the camera configuration of this moment. Returns 0 on success, any other value
-// on failure; `array` may then be partly filled.
+// Fills `array`, which is all zero, with the camera configuration of this moment. Returns 0 on
+// success, any other value on failure; `array` may then be partly filled.
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array);
