@@ -11,8 +11,9 @@ struct tagINPUT;
 // process.
 void register_signal_handler();
 
-// Splits `path` at each '/' and appends the tokens to `*tokens`. Returns a status that becomes the
-// exit status of the process when the caller is then refused; 0 is success.
+// Splits `path` at each '/' and appends the tokens to `*tokens`. Called only if there is a
+// PATH_INFO; `path` is the environment's own text and may be changed. Returns 0 on success; if the
+// caller is then refused, the result becomes the exit status of the process.
 int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens);
 
 // What authentication knows about the caller. The rule endpoint reads nothing from it.
@@ -20,7 +21,9 @@ struct t_vistra_auth_info {
     char user_name[64];  // zero-terminated; empty until the caller is authenticated
 };
 
-// Authenticates the caller of the request. `what` names the permission asked for; the rule endpoint
-// always passes 11. Returns 0 when the caller may proceed, and then fills `*info`; any other value
-// is a refusal.
+// Authenticates the caller of the request. `what` is the permission that is required; the rule
+// endpoint always passes 11. `*info` is all zero before the call. Returns 0 when the caller may
+// proceed, and then fills `*info`; any other value is a refusal. It must refuse whenever it is in
+// doubt, because nothing is checked again later, and its time must not reveal whether a user
+// exists.
 int cgi_check_user_authentication_v3(tagINPUT* input, t_vistra_auth_info* info, unsigned int what);

@@ -1,14 +1,17 @@
 // The client library of the recorder's configuration service, an HTTP service.
 //
-// Each call is one synchronous exchange. It returns 0 when the exchange succeeded, and `reply` then
-// holds the body of the reply; any other value when the call itself failed, and `reply` is then not
-// to be read. The result -2 stands for "not authorised", here as everywhere.
+// Each call is one synchronous exchange: one GET and one POST for a new rule, one DELETE for each
+// GUID of a deletion. It returns 0 when the exchange succeeded, and `reply` then holds the body of
+// the reply, whose size the client must limit. It returns any other value when the call itself
+// failed, and `reply` is then not read. Only the lowest 32 bits of the result are kept, so no
+// failure may be a multiple of 2^32.
 #pragma once
 
 #include <map>
 #include <string>
 
-// The query of a call. The client encodes names and values for the URI and only reads the record.
+// The query of a call, which the client only reads. It must encode every byte of names and values
+// that is not unreserved in a URI, so that no value ends its parameter.
 struct query_object {
     std::map<std::string, std::string> params;  // query parameters by name
     std::string extra;                          // not used by the rule endpoint: always empty
