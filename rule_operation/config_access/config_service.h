@@ -9,18 +9,18 @@
 
 // One exchange with the service. Each returns 0 when it succeeded, with the reply's text in
 // `reply`; any other value is the client library's failure, and there is no reply to read. `reply`
-// is emptied before the call.
+// is cleared before the call.
 long get_from_service(const char* path, query_object& query, std::string& reply);
 long post_to_service(const char* path, const std::string& body, std::string& reply);
 long delete_from_service(const char* path, query_object& query, std::string& reply);
 
-// The envelope that every reply comes in.
+// The envelope of every reply.
 struct TServiceReply {
     int err_code;         // 0: success; a reply without it is a success
-    std::string err_str;  // what failed, empty after a success; to be logged, never judged
+    std::string err_str;  // what failed, empty after a success; only for the log
     TJsonDocument document;
 };
 
-// Reads the envelope of a reply. Nothing when the text is not JSON, is no object, or has an
+// Reads the envelope of a reply. Nothing when the text is not JSON or not an object, or has an
 // `err_code` that is not a whole number of 32 bits.
 std::optional<TServiceReply> read_service_reply(const std::string& text);

@@ -15,7 +15,7 @@ namespace
 
 constexpr int MAX_SOURCES = 128;
 
-// Where a source ID carries the channel of its camera.
+// The position of the camera's channel in a source ID.
 constexpr size_t CHANNEL_POSITION = 28;
 constexpr size_t CHANNEL_LENGTH = 4;
 
@@ -24,8 +24,8 @@ int to_int(const std::string& decimal)
     return static_cast<int>(std::strtol(decimal.c_str(), nullptr, 10));
 }
 
-// Whether one of the event's sources is on the channel. Sources count as long as their keys run
-// without a gap; a source ID too short to carry a channel matches none.
+// Whether one of the event's sources is on the channel. Sources after a gap in their keys do not
+// count; a source ID that is too short for a channel matches none.
 bool has_source_on_channel(TJsonValue sources, int event_index, int in_chIdx)
 {
     for (int j = 0; j < MAX_SOURCES; ++j) {

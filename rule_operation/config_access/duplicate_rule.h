@@ -1,8 +1,8 @@
 // Whether a quick rule on the recorder already covers an event on a channel.
 #pragma once
 
-// Searches the recorder's rule list for a rule made by the quick method that reacts to the event
-// `in_eventID` on the channel `in_chIdx`, and stores the answer in `found`. The channel of a rule
+// Searches the recorder's rule list for a quick rule for the event `in_eventID` on the channel
+// `in_chIdx`, and stores the answer in `found`. The channel of a rule
 // is the decimal number in characters 28 to 31 of its event's source ID.
 //
 // Returns 0 when the list was read, or, with `found` false:

@@ -1,4 +1,4 @@
-// The time profile of a rule, settled against the recorder's schedules.
+// The time profile of a rule, one of the recorder's schedules.
 #pragma once
 
 #include <string>
@@ -8,15 +8,15 @@ constexpr int FIND_ALL_DAY_PROFILE = 1;
 constexpr int CHECK_NAMED_PROFILE = 2;
 
 // FIND_ALL_DAY_PROFILE: stores the GUID of the first schedule named "_ALL_DAY_" in
-// `timeprofileGUID`; a recorder that has none is no failure, and the GUID is then left as it was.
+// `timeprofileGUID`; if there is none, this is not a failure, and the GUID is unchanged.
 // CHECK_NAMED_PROFILE: checks that a schedule has exactly the GUID `timeprofileGUID`.
 //
 // Returns 0, or, with `timeprofileGUID` unchanged:
 //
-//   -101  the configuration service could not be asked
-//   -102  its reply is not JSON, no object, has no readable error code, or a GUID that had to be
-//         read is an array or an object
+//   -101  the configuration service could not be reached
+//   -102  its reply is not JSON or not an object, has no readable error code, or a GUID that had to
+//         be read is an array or an object
 //   -103  it reported an error
 //   -104  no schedule has the GUID
-//   -105  `func_type` is neither of the two; noticed only after the schedules were read
+//   -105  `func_type` is neither of the two; detected only after the schedules were read
 int time_profile_factory(int func_type, std::string& timeprofileGUID);

@@ -17,7 +17,7 @@
 namespace
 {
 
-// Checks event and channel, and appends the call that creates the event profile `evtGUID`.
+// Checks the event and its channel, and appends the call that creates the event profile `evtGUID`.
 int add_event(std::string& err, int eventID, const TCameraContent& camera, std::string& evtGUID,
               std::vector<std::string>& calls)
 {

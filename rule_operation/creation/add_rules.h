@@ -6,9 +6,9 @@
 #include "rule_operation/request/event_content.h"
 
 // Checks the request in a fixed order, builds the documents of its objects and creates all of them
-// with one multicall at the very end: a refusal before that has written nothing to the recorder.
+// with one multicall at the very end.
 //
-//   timeprofileGUID  in: the time profile named, or empty; out: the one used
+//   timeprofileGUID  in: the requested time profile, or empty; out: the one used
 //   ruleName         the name of the rule
 //   eventInfo        the event and its camera; only the first camera counts
 //   ActionName       "RecordControl", or empty for a rule without an action
@@ -24,7 +24,7 @@
 //   -211          the recording channel has no camera, or is outside the table
 //   -203          the action profile's GUID is malformed (guards an invariant)
 //   -212          the action is not known
-//   -101 .. -105  the time profile could not be settled, see `time_profile_factory`
+//   -101 .. -105  the time profile could not be determined, see `time_profile_factory`
 //   -601 .. -603  the rule list could not be read, see `is_event_already_in_rule`
 //   -911          a quick rule already covers this event on this channel
 //   and what `submit_multicall` returns

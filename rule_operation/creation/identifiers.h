@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <string>
 
-// What sets one kind of object apart on the recorder.
+// What distinguishes one kind of object on the recorder.
 struct TObjectKind {
     const char* guid_prefix;  // the first ten characters of its GUID
-    const char* name;         // what its name begins with; null: the client names it
+    const char* name;         // the beginning of its name; null: the client chooses the name
     int type;                 // its `type` in the multicall
 };
 
@@ -19,7 +19,7 @@ constexpr TObjectKind RULE{"3333333333", nullptr, 0};
 constexpr size_t GUID_LENGTH = 32;
 
 // A new random part: 18 upper-case hexadecimal digits. It pauses 100 microseconds for each digit.
-// The digits follow from the time stamp modulo 100 alone, so there are 100 different random parts.
+// The digits depend only on the time stamp modulo 100, so there are 100 different random parts.
 std::string guid_rander();
 
 // A new GUID: the kind's prefix, a random part of its own, and the channel in hexadecimal.

@@ -14,6 +14,6 @@ std::string compose_call(const std::string& name, const std::string& GUID, int t
 // a refusal text in `err`:
 //
 //   the client library's result, unchanged and of either sign, when the post failed
-//   -220  the reply is not JSON, no object, or has no readable error code
+//   -220  the reply is not JSON or not an object, or has no readable error code
 //   -221  the service reported an error
 int submit_multicall(std::string& err, int chIdx, const std::vector<std::string>& calls);

@@ -39,7 +39,7 @@ int read_guids(std::string& err, const char* data, std::vector<std::string>& gui
     return 0;
 }
 
-// Deletes the rule that the query names; `position` is its place in the client's list.
+// Deletes the rule that the query names; `position` is its index in the client's list.
 int delete_rule(std::string& err, unsigned int position, query_object& query)
 {
     std::string text;

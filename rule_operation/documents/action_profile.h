@@ -1,4 +1,4 @@
-// The action profile document: what a rule does when its event fires.
+// The action profile document: what a rule does when its event occurs.
 #pragma once
 
 #include <string>

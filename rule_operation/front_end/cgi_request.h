@@ -7,7 +7,7 @@
 struct TCgiRequest {
     const char* method = nullptr;     // REQUEST_METHOD, or null
     char* path_info = nullptr;        // PATH_INFO, or null
-    std::optional<std::string> body;  // always zero-terminated; what did not arrive is zero bytes
+    std::optional<std::string> body;  // of the announced length; bytes that did not arrive are zero
 };
 
 // Reads the environment and then the body. A body is read when CONTENT_LENGTH, converted as

@@ -19,6 +19,6 @@ int get_method_fun(std::vector<std::string>* tokens, json_object** result, tagIN
 int put_method_fun(std::vector<std::string>* tokens, json_object** result, char* data,
                    tagINPUT* input);
 
-// Hands the request to the handler of its method and makes the response of what comes back. The
+// Passes the request to the handler of its method and makes the response from its result. The
 // exit status is the handler's result, or BAD_METHOD for a missing or unknown method.
 TResponse dispatch(TCgiRequest& request, std::vector<std::string>& tokens, tagINPUT* input);

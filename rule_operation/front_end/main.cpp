@@ -39,7 +39,7 @@ bool is_authorised(tagINPUT* input)
 int main()
 {
     set_up_process();
-    // At the end, after the response, the handle is released first and the body last.
+    // The order of release, after the response: the handle first, the body last.
     TCgiRequest request;
     std::vector<std::string> tokens;
     TInputRelease release_at_end;

@@ -12,7 +12,7 @@
 namespace
 {
 
-// An exception that cannot be thrown, for lack of memory, ends here instead of in `main`.
+// Reached instead of the handler in `main` when there is no memory to throw an exception.
 [[noreturn]] void answer_and_exit()
 {
     write_internal_error();
@@ -26,13 +26,14 @@ void set_up_process()
 {
     std::set_terminate(answer_and_exit);
 
-    // By default the kernel lets a pause last 50 microseconds longer than asked for, and a rule
-    // takes up to 54 pauses.
+    // By default the kernel lets a pause last 50 microseconds longer than requested, and each digit
+    // of an identifier has one.
     prctl(PR_SET_TIMERSLACK, 1UL);
 
 #ifdef M_MXFAST
     // By default the allocator keeps small released pieces apart. The parsed tree of a long rule
-    // list would be scattered over those of its text, and take twice as long to build.
+    // list would be scattered over those of json-c's tree, which takes longer and needs more
+    // memory.
     mallopt(M_MXFAST, 0);
 #endif
 }

@@ -1,5 +1,6 @@
-// Settings that hold for the whole process.
+// Settings of the whole process.
 #pragma once
 
-// Sets up memory, timers and the last line of defence. Called once, before anything else.
+// Sets up the allocator, the timer slack and the terminate handler. Called once, before anything
+// else.
 void set_up_process();

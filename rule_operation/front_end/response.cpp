@@ -80,6 +80,6 @@ void write_response(const TResponse& response)
 
 void write_internal_error()
 {
-    static_assert(INTERNAL_ERROR == -4, "the code stands in the text below");
+    static_assert(INTERNAL_ERROR == -4, "the text below contains the code");
     write(STATUS_BAD_REQUEST, R"({ "ret_code": -4, "ret_mesg": "Internal error" })");
 }

@@ -16,7 +16,7 @@ constexpr int NOT_AUTHORISED = -2;
 constexpr int BAD_METHOD = -3;
 constexpr int INTERNAL_ERROR = -4;
 
-// Writes the head of a response to standard output: the status line, which brings its own line end,
+// Writes the head of a response to standard output: the status line, which includes its line end,
 // the content type, and the empty line. Returns the result of the last write.
 int http_header_output(const char* status);
 
@@ -28,11 +28,11 @@ TResponse not_authorised_response(int exit_status);
 // To a request whose HTTP method is missing or unknown: code BAD_METHOD with status 200.
 TResponse bad_method_response(const char* message);
 
-// A document as it is.
+// A document, unchanged.
 TResponse document_response(TJsonObject body);
 
 // For a handler's result: NOT_AUTHORISED, 0 with the success text, or any other code as a failure
-// with `err` as its text, or "Request failed" when the handler left none.
+// with `err` as its text, or "Request failed" if `err` is empty.
 TResponse result_response(int result, const std::string& err, const char* success_text);
 
 // Writes a response to standard output; failing writes are ignored. Throws std::bad_alloc when
@@ -40,5 +40,5 @@ TResponse result_response(int result, const std::string& err, const char* succes
 void write_response(const TResponse& response);
 
 // Writes the response of last resort, code INTERNAL_ERROR, for a request that could not be answered
-// otherwise. It needs no memory and never throws.
+// otherwise. It allocates no memory and never throws.
 void write_internal_error();

@@ -1,4 +1,4 @@
-// The model of one quick-rule request: which event, watched by which camera.
+// The model of one quick-rule request: which event, on which camera.
 #pragma once
 
 #include <vector>

@@ -10,7 +10,7 @@
 namespace
 {
 
-// The members that a rule has of its own.
+// The rule's own members, besides event and action.
 int read_rule(std::string& err, TJsonValue rule, std::string& timeprofileGUID,
               std::string& ruleName)
 {
@@ -82,7 +82,7 @@ int read_camera(std::string& err, TJsonValue cameras, int eventID, TCameraConten
     return read_alarm(err, cameras.element(0).member("alarm"), camera.alarmIdx);
 }
 
-// A rule without an action leaves name and channel as they are.
+// Without an action, name and channel remain unchanged.
 int read_action(std::string& err, TJsonValue actions, std::string& ActionName, int& act_chIdx)
 {
     if (actions.is_absent()) {

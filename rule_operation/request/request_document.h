@@ -5,9 +5,9 @@
 
 #include "rule_operation/request/event_content.h"
 
-// Parses one request document (zero-terminated) into the model. It checks presence and shape only:
-// whether event, channels and action exist is for the caller to find out. Of every array only the
-// first element is read; a member that is JSON null counts as absent.
+// Parses one request document (zero-terminated) into the model. It checks presence and shape only,
+// not whether event, channels and action exist. Of every array only the first element is read; a
+// member that is JSON null counts as absent.
 //
 //   timeprofileGUID  rule.timeprofileGUID, or empty
 //   ruleName         rule.ruleName, or "clientRule"
@@ -29,8 +29,8 @@
 //   -121          action[0].ActionName absent
 //   -122, -123    action[0].chIdx absent, not an array
 //
-// What was read before the failing check stays written; `eventInfo.camera`, `ActionName` and
-// `act_chIdx` change only on success.
+// What was read before the failing check is kept; `eventInfo.camera`, `ActionName` and `act_chIdx`
+// change only on success.
 int parsing_input_content(std::string& err, const char* data, std::string& timeprofileGUID,
                           std::string& ruleName, TEventContent& eventInfo, std::string& ActionName,
                           int& act_chIdx);

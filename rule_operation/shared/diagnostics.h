@@ -1,5 +1,5 @@
-// Diagnostics: every message of the program goes to the device log with the function and the source
-// line that logs it.
+// Diagnostics: every message of the program goes to the device log, with the function and the
+// source line that logs it.
 #pragma once
 
 #include <cstdio>
@@ -21,9 +21,9 @@
 // whole content of `err` and evaluates to `code`.
 #define REFUSE(err, code, ...) refuse_from(__func__, __LINE__, err, code, __VA_ARGS__)
 
-// The two stages of a message: function, line and the message's own format become the format that
-// the device log gets, with the message's arguments. That format is cut at 255 bytes.
-// The compiler cannot check it; RULE_LOG and REFUSE have had the message's own format checked.
+// A message is formatted in two stages: function, line and the message's own format become the
+// format, cut at 255 bytes, that the device log gets with the message's arguments. The compiler
+// cannot check that format; RULE_LOG and REFUSE have it check the message's own.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 template <typename... Arguments>

@@ -1,4 +1,4 @@
 #pragma once
 
-// The alarm event: the one event whose source is not a camera alone but one alarm input of it.
+// The alarm event: the only event whose source is an alarm input of a camera.
 constexpr int ALARM_EVENT_ID = 0x20020000;

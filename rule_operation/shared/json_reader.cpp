@@ -83,7 +83,7 @@ std::optional<TJsonDocument> TJsonDocument::parse(std::string_view text, std::st
             return document;
         }
     } catch (const Json::Exception& failure) {
-        // JsonCpp throws the same for nesting too deep and for a lack of memory.
+        // JsonCpp throws the same for nesting that is too deep and for a lack of memory.
         if (errno == ENOMEM) {
             throw std::bad_alloc();
         }

@@ -1,5 +1,5 @@
-// The JSON reader: every document that comes from outside is parsed and read here, and nothing in
-// it, whatever its shape, throws.
+// The JSON reader: every document from outside is parsed and read here, and reading a value never
+// throws, whatever the shape of the document.
 #pragma once
 
 #include <json/value.h>
@@ -8,29 +8,29 @@
 #include <string>
 #include <string_view>
 
-// A place in a parsed document, where a value may be absent. Cheap to copy, valid as long as the
+// A value in a parsed document, which may be absent. Cheap to copy, valid as long as the
 // `TJsonDocument` that it came from.
 class TJsonValue
 {
  public:
     explicit TJsonValue(const Json::Value* value) : value_(value) {}
 
-    // No value, or the JSON literal null; the two are never told apart.
+    // No value, or the JSON literal null; the two are not distinguished.
     bool is_absent() const;
     bool is_object() const;
     bool is_array() const;
 
-    // The member `key`; absent when this is no object or has no such member.
+    // The member `key`; absent when this is not an object or has no such member.
     TJsonValue member(std::string_view key) const;
 
-    // The number of elements; 0 when this is no array.
+    // The number of elements; 0 when this is not an array.
     unsigned int size() const;
 
-    // The element at `index`; absent when this is no array or ends before it.
+    // The element at `index`; absent when this is not an array or ends before it.
     TJsonValue element(unsigned int index) const;
 
-    // The value as text: a string as it is (it may hold zero bytes), a number or a boolean as its
-    // text, an absent value as the empty text. Nothing for an object or an array.
+    // The value as text: a string as it is (it may contain zero bytes), a number or a boolean as
+    // its text, an absent value as the empty text. Nothing for an object or an array.
     std::optional<std::string> text() const;
 
     // The same, with the empty text for an object or an array.
