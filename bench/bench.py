@@ -1,5 +1,5 @@
-"""What scripts/bench runs: it measures what a request costs against what no program gets below, in
-turn, and prints medians as the table of docs/performance.md. Ends with 1 when a goal is missed."""
+"""Run by scripts/bench: measures what a request costs and, in turn, a floor for it, and prints a table of
+medians, which docs/performance.md explains. Ends with 1 when a goal is missed."""
 
 import json
 import os
@@ -28,7 +28,7 @@ missed = []
 
 
 def row(what, figure, floor=None, than="", at_most=None, at_least=None):
-    """Prints one figure with its unit; with a floor also its ratio to it, and the goal of that."""
+    """Prints one figure with its unit; with a floor also their ratio, and the goal for it."""
     value, unit = figure
     ratio = value / floor if floor else None
     if (at_most and ratio > at_most) or (at_least and ratio < at_least):
@@ -70,8 +70,8 @@ def bare_requests():
 
 
 def list_costs(count):
-    """Microseconds and KiB of reading that many rules, of the program and of its floor. The making
-    of the list is the rule library's part."""
+    """Microseconds and KiB of reading that many rules, for the program and for its floor. Building
+    the list is the rule library's part."""
     contenders = ([PROGRAMS["static"]], [TOOLS / "bench_floor", "make"],
                   [TOOLS / "bench_floor", "parse"])
     rounds = max(3, min(40, 40000 // (count + 1)))

@@ -1,5 +1,5 @@
-// What any reader of a rule list pays: floor make|parse makes a list of RULE_BENCH_RULES rules, and
-// with "parse" renders and parses it, as the program must.
+// The least that reading a rule list costs: floor make|parse builds a list of RULE_BENCH_RULES
+// rules, and with "parse" renders and parses it, as the program must.
 #include <json/reader.h>
 
 #include <cstring>

@@ -1,5 +1,5 @@
-# Cross build for 64-bit ARM with Debian's compiler, against the sysroot that scripts/make-sysroot
-# makes or, with -DCMAKE_SYSROOT=..., a device's own.
+# Cross build for 64-bit ARM with Debian's compiler, with the sysroot of scripts/make-sysroot or, with
+# -DCMAKE_SYSROOT=..., a device's own.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)

@@ -1,5 +1,5 @@
-# Run after the link with -DINPUTS=FILE, a Makefile rule whose prerequisites are all files that the
-# linker has read, those that a shared library needs among them. Two copies of a library in one
+# Run after linking, with -DINPUTS=FILE, a Makefile rule whose prerequisites are all files that the
+# linker has read, including those that a shared library needs. Two copies of a library in one
 # process have two states, and an object of one breaks the other.
 file(STRINGS "${INPUTS}" inputs REGEX "^  ")
 foreach(library jsoncpp json-c stdc++)

@@ -1,5 +1,5 @@
 # What is installed, and packed by cpack. Component `program`: the CGI program, the headers of the
-# seam, an example of a web server's set-up. Component `host`: the host recorder's programs and files.
+# seam, lighttpd's configuration. Component `host`: the host recorder's programs and files.
 include(GNUInstallDirs)
 
 set(RULE_LIBEXEC_DIR "${CMAKE_INSTALL_LIBEXECDIR}/rule_operation")
@@ -9,7 +9,7 @@ install(TARGETS rule_operation.cgi RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COM
 install(DIRECTORY platform DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/rule_operation"
         COMPONENT program FILES_MATCHING PATTERN "*.h")
 set(RULE_INSTALLED_PROGRAM "${CMAKE_INSTALL_FULL_LIBEXECDIR}/rule_operation/rule_operation.cgi")
-# The host recorder's text, which does not know the program's place.
+# The host recorder's configuration, to which the program's path is added.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS host/web_server/rule_endpoint.conf)
 file(READ host/web_server/rule_endpoint.conf RULE_ENDPOINT_CONF)
 file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"

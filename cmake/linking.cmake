@@ -1,10 +1,10 @@
-# How the program is linked; docs/porting.md tells which to choose. RULE_LINK is one of
+# How the program is linked; docs/porting.md says which to choose. RULE_LINK is one of
 #
 #   static  everything from archives: the program needs no file but its own
 #   mixed   from archives what RULE_MIXED_ARCHIVES names, everything else shared
 #   shared  every library shared
 #
-# or empty: static, but shared when an archive is missing, which is then named.
+# or empty: static, or shared if an archive is missing; the message then names the archive.
 set(RULE_LINK "" CACHE STRING "How the program is linked: static, mixed, shared or empty")
 set_property(CACHE RULE_LINK PROPERTY STRINGS "" static mixed shared)
 set(RULE_MIXED_ARCHIVES JSONCPP CACHE STRING
@@ -23,7 +23,7 @@ include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_LINK_OPTIONS -static)
 check_cxx_source_compiles("#include <string>\nint main() { return std::string().size() > 0; }"
                           RULE_COMPILER_HAS_ARCHIVES)
-# A bit instead of 24 bytes for each of the program's own addresses, if the C library can read them.
+# One bit instead of 24 bytes for each of the program's own addresses, if the C library supports it.
 set(PACK_RELOCATIONS -Wl,-z,pack-relative-relocs)
 set(CMAKE_REQUIRED_LINK_OPTIONS -Wl,--fatal-warnings ${PACK_RELOCATIONS})
 check_cxx_source_compiles("#include <cstdlib>
@@ -31,7 +31,7 @@ check_cxx_source_compiles("#include <cstdlib>
                           int main() {}" RULE_LINKER_PACKS_RELOCATIONS)
 unset(CMAKE_REQUIRED_LINK_OPTIONS)
 
-# The shared libraries that a target is linked with, itself or through other targets.
+# The shared libraries that a target is linked with, directly or through other targets.
 function(find_shared_libraries target result)
     set(found)
     get_target_property(type ${target} TYPE)
@@ -53,7 +53,7 @@ function(find_shared_libraries target result)
     set(${result} ${found} PARENT_SCOPE)
 endfunction()
 
-# What the program lacks to be linked static.
+# The archives that are missing for a static link.
 function(find_missing_archives result)
     find_shared_libraries(rule_platform missing)
     list(FILTER missing EXCLUDE REGEX "/libjson(cpp|-c)\\.so")
@@ -70,7 +70,7 @@ function(find_missing_archives result)
     set(${result} ${missing} PARENT_SCOPE)
 endfunction()
 
-# Chooses the program's link, when it and the platform are defined.
+# Sets how the program is linked, once it and the platform are defined.
 function(link_program program)
     set(linking ${RULE_LINK})
     find_missing_archives(missing)

@@ -1,4 +1,4 @@
-// A whole add-rule request: body, func, and the replies to all calls that it makes.
+// A whole add-rule request: body, func, and the replies to all of its calls.
 #include "fuzz/fuzz_request.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

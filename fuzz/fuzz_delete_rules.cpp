@@ -1,4 +1,4 @@
-// A whole DELETE: body, and the replies to its calls in turn; the later ones succeed.
+// A whole DELETE: body, and the replies to its first calls in turn; further calls succeed.
 #include "fuzz/fuzz_request.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

@@ -22,7 +22,7 @@ TJsonObject parse_body(const std::string& body)
 {
     json_tokener* const tokener = json_tokener_new_ex(4100);
     json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-    // The zero byte behind the text ends a bare literal.
+    // The zero byte after the text ends a bare literal.
     TJsonObject document(
         json_tokener_parse_ex(tokener, body.c_str(), static_cast<int>(body.size() + 1)));
     require(json_tokener_get_error(tokener) == json_tokener_success, "the body is JSON");
@@ -49,7 +49,7 @@ void check_envelope(json_object* document, std::string body, FuzzOutcome& outcom
 void require(bool holds, const char* what)
 {
     if (!holds) {
-        std::fprintf(stderr, "the contract is broken; it should hold that %s\n", what);
+        std::fprintf(stderr, "the contract is broken, which says that %s\n", what);
         std::abort();
     }
 }
@@ -98,7 +98,7 @@ FuzzOutcome run_fuzz_request(const Json::Value& request)
     outcome.status = output.substr(0, output.find('\r'));
     take(output, outcome.status + "\r\nContent-type: application/json\r\n\r\n", "there is a head");
     require(output.size() > 2 && output.substr(output.size() - 2) == "\n\n",
-            "the body ends in two lines");
+            "the body ends in two line feeds");
     output.resize(output.size() - 2);
     const TJsonObject document = parse_body(output);
     const bool is_list = request["method"] == "GET" && outcome.status == "200 OK";

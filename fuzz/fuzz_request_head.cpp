@@ -1,4 +1,4 @@
-// The request head: method, path, content length, func; and a body of whatever length.
+// The request head: method, path, content length, func; and a body of any length.
 #include "fuzz/fuzz_request.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -10,7 +10,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const FuzzOutcome outcome = run_fuzz_request(request);
 
     const bool refused = request.isMember("authentication");
-    require(refused == (outcome.status == "401 Unauthorized"), "only a stranger is turned away");
+    require(refused == (outcome.status == "401 Unauthorized"), "only a stranger is refused");
     require(!refused || outcome.services.empty(), "a stranger causes no call");
     return 0;
 }

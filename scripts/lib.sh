@@ -1,5 +1,5 @@
-# What more than one of the commands needs: building, and a scratch directory.
-# Sourced by them; sets project_dir and python. Shell options are the caller's: set -euo pipefail.
+# Shared by the commands: building, and a scratch directory. Sourced by them; sets project_dir and
+# python. The caller sets the shell options: set -euo pipefail.
 # shellcheck shell=bash
 
 project_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -18,13 +18,13 @@ quietly() {
     output=$("$@" 2>&1) || fail "$output" "failed: $*"
 }
 
-# build PRESET [GROUP [TARGET...]]: installs what is missing, with a GROUP of packages that the preset
-# needs, and builds build/PRESET, or only the TARGETs of it.
+# build PRESET [GROUP [TARGET...]]: installs missing packages, including a GROUP that the preset needs,
+# and builds build/PRESET, or only its TARGETs.
 build() {
     local note=
     [[ -e $project_dir/build/$1 ]] || note=' (the first time takes a minute)'
     "$project_dir/scripts/install-packages" ${2:+"$2"}
-    "$project_dir/scripts/make-archives" "$1" || true  # the build then says what it links shared
+    "$project_dir/scripts/make-archives" "$1" || true  # without it, linking.txt says what is missing
     echo "building, preset $1$note"
     pushd "$project_dir" >/dev/null || return
     quietly cmake --preset "$1"
@@ -33,7 +33,7 @@ build() {
     popd >/dev/null || return
 }
 
-# Makes a scratch directory, sets scratch to it, and removes it when this shell ends, by a signal too.
+# Creates a scratch directory, sets scratch to it, and removes it when this shell ends, even by a signal.
 make_scratch() {
     scratch=$(mktemp -d -t rule-endpoint.XXXXXX)
     trap 'rm -rf "$scratch"' EXIT

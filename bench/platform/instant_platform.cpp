@@ -45,7 +45,7 @@ int cgi_check_user_authentication_v3(tagINPUT* /*handle*/, t_vistra_auth_info* /
     return 0;
 }
 
-// Cameras on the first eleven channels only: a whole table would be this platform's cost.
+// Cameras on the first eleven channels only, because filling a whole table would add to the cost.
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 {
     for (int channel = 0; channel <= 10; ++channel) {

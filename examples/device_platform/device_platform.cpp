@@ -1,5 +1,5 @@
-// The smallest platform that obeys the headers of the seam: cameras from a list, callers that the
-// web server has authenticated, the log on standard error, and no configuration service.
+// The smallest platform that conforms to the headers of the seam: cameras from a list, callers that
+// the web server has authenticated, the log on standard error, and no configuration service.
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -48,7 +48,7 @@ std::string decode(std::string_view text)
     return decoded;
 }
 
-// The text up to the separator, which is taken off `rest` with it.
+// The text up to the separator; both are removed from `rest`.
 std::string_view take(std::string_view& rest, char separator)
 {
     const std::string_view text = rest.substr(0, rest.find(separator));
@@ -169,7 +169,7 @@ int64_t current_time_stamp()
 
 void rule_log(const char* format, ...)
 {
-    char message[8192];  // what is longer is cut
+    char message[8192];  // a longer message is cut
     va_list arguments;
     va_start(arguments, format);
     const int length = std::vsnprintf(message, sizeof message, format, arguments);
