@@ -1,6 +1,6 @@
 // Runs programs in turn, A B A B, and prints one line for each: median wall time in microseconds,
-// and largest resident size in KiB. The system counts this program's own size, which is therefore
-// linked static, as the least that a child has had.
+// and largest resident size in KiB. A child starts with this program's own size in that figure,
+// so this program is linked static.
 //
 //   measure ROUNDS INPUT_FILE PROGRAM [ARGUMENT...] -- PROGRAM [ARGUMENT...] ...
 //

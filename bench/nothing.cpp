@@ -1,6 +1,6 @@
-// What no CGI program of the C library alone gets below: nothing prints what the rule endpoint
-// answers to a PUT; with the argument "quiet" it does nothing, with "pauses" it makes the pauses of
-// one request to add a rule.
+// The least that any CGI program costs: nothing prints the rule endpoint's answer to a PUT; with
+// the argument "quiet" it does nothing, with "pauses" it makes the pauses of one request to add a
+// rule with an action.
 #include <sys/prctl.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 """Prints an SPDX document of what is linked into the program: linked_libraries.py BUILD_DIR VERSION
-It names Debian's source packages, in which the texts of their licences are. The same program gives the
-same document; its date is SOURCE_DATE_EPOCH."""
+It names Debian's source packages, which contain the texts of their licences. The same program gives the
+same document, dated SOURCE_DATE_EPOCH."""
 
 import datetime
 import gzip
@@ -25,7 +25,7 @@ def installed_package(path):
 
 
 def source_package(archive):
-    """Name and version of the source that an archive is from; nothing for the project's own."""
+    """Name and version of the source package of an archive; None for the project's own."""
     path = pathlib.Path(os.path.normpath(archive))
     if not path.is_absolute():
         return None

@@ -1,4 +1,4 @@
-# What is packed is dated SOURCE_DATE_EPOCH, so that the same sources give the same archive.
+# Packed files are dated SOURCE_DATE_EPOCH, so that the same sources give the same archive.
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
     execute_process(COMMAND find "${CPACK_TEMPORARY_DIRECTORY}" -exec
                             touch --no-dereference "--date=@$ENV{SOURCE_DATE_EPOCH}" {} +

@@ -1,5 +1,5 @@
 // Uses the page as a person would, in a headless browser: browser.mjs PAGE_URL USER PASSWORD
-// The page loads without errors, a rule is created from it, and its repetition is shown refused.
+// The page loads without errors, creates a rule, and shows that the same request is then refused.
 import { mkdtempSync, rmSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";

@@ -1,5 +1,5 @@
 """The page of the API reference as the host recorder serves it: browser.py BIN_DIR
-It and all that it loads arrive whole, nothing comes from elsewhere, and it works in a browser."""
+The page and all files that it loads are complete and from this recorder, and it works in a browser."""
 
 import pathlib
 import re

@@ -1,4 +1,4 @@
-// The API document as an object, with its references as they are and the project's version.
+// The API document as an object, with unresolved references and the project's version.
 import { readFileSync } from "node:fs";
 import { bundle, createConfig } from "@redocly/openapi-core";
 

@@ -1,5 +1,5 @@
-"""Holds the recorded exchanges of the tests, the API document, the tables in docs/api.md, the headings
-of the troubleshooting and the sources against each other: exchanges.py FILE, where each line of FILE
+"""Compares the recorded exchanges of the tests, the API document, the tables in docs/api.md, the headings
+of docs/troubleshooting.md and the sources with each other: exchanges.py FILE, where each line of FILE
 is {"method", "body", "answer"}."""
 
 import json
@@ -24,7 +24,7 @@ ANSWERED_BY_NO_TEST = {"PUT 400"}
 
 
 class Refusal(NamedTuple):
-    """A code in a row of the table of refusals; one that is not a number is handed on."""
+    """A code in a row of the table of refusals. One that is not a number is passed on unchanged."""
 
     code: str
     producer: str
@@ -45,7 +45,7 @@ class Refusal(NamedTuple):
 
 
 def read_table():
-    """Those that are handed on come last, because they cover any code."""
+    """The codes that are passed on come last, because they cover any code."""
     rows = re.findall(r"^\|" + r" ([^|\n]+) \|" * 5 + "$", PAGE, re.MULTILINE)
     table = [Refusal(code, producer, text, cause, remedy)
              for codes, producer, text, cause, remedy in rows
@@ -57,12 +57,12 @@ TABLE = read_table()
 
 
 def refusal_of(reply):
-    """The row for a reply, or None when it is no refusal."""
+    """The row for a reply, or None when it is not a refusal."""
     if not isinstance(reply, dict) or not reply.get("ret_code"):
         return None
     code, text = reply["ret_code"], reply["ret_mesg"]
     return next((refusal for refusal in TABLE if refusal.covers(code, text)),
-                Refusal(str(code), "nobody", text, "no row in the table"))
+                Refusal(str(code), "unknown", text, "no row in the table"))
 
 
 def misfit(schema, value):
@@ -90,7 +90,7 @@ RESPONSES = read_responses()
 
 
 def parse(text):
-    """The value of a JSON text, in a list; none when it is no such text."""
+    """The value of a JSON text, in a list; an empty list for any other text."""
     try:
         return [json.loads(text)]
     except (RecursionError, ValueError):
@@ -144,7 +144,7 @@ def check_exchanges(exchanges):
         faults = []
         if name not in RESPONSES:
             faults = ["an undocumented status"]
-        elif answer:  # without one the program left it to the web server
+        elif answer:  # without one the web server answers
             head, _, text = answer.partition("\r\n\r\n")
             refusal = refusal_of(*parse(text) or [None])
             produced.add(refusal)
@@ -177,11 +177,11 @@ def check_document():
 
 
 def check_summaries(part):
-    """Yields refusals in a part of the document that it sums up otherwise than the table."""
+    """Yields refusals in a part of the document whose summary differs from the table."""
     if isinstance(part, dict):
         refusal = refusal_of(part.get("value"))
         if refusal and part.get("summary") != f"{refusal.cause}: {refusal.remedy}":
-            yield f"summed up otherwise than in the table: {part}"
+            yield f"the summary differs from the table: {part}"
         for each in part.values():
             yield from check_summaries(each)
 
@@ -203,8 +203,8 @@ def check_sources():
 
 
 def check_messages():
-    """Yields messages in the headings of the troubleshooting that no source has, up to their first
-    value."""
+    """Yields messages in the headings of docs/troubleshooting.md that no source contains, up to their
+    first value."""
     page = (PROJECT / "docs/troubleshooting.md").read_text()
     sources = "\n".join(path.read_text() for folder in ("rule_operation", "host", "scripts")
                         for path in (PROJECT / folder).rglob("*") if path.is_file())
@@ -218,7 +218,7 @@ def main(path):
         exchanges = [json.loads(line) for line in file]
     faults = [*check_exchanges(exchanges), *check_document(), *check_summaries(API),
               *check_sources(), *check_messages()]
-    print(*faults, f"{len(exchanges)} exchanges held against the API document", sep="\n")
+    print(*faults, f"{len(exchanges)} exchanges compared with the API document", sep="\n")
     sys.exit(bool(faults))
 
 

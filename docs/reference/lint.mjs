@@ -1,4 +1,4 @@
-// Lints the API document; prints what it finds and fails on any of it, warnings too.
+// Lints the API document; prints every problem and fails on any, including warnings.
 import { createConfig, formatProblems, lint } from "@redocly/openapi-core";
 
 const config = await createConfig({

@@ -1,4 +1,4 @@
-// Makes the page of the API reference in a directory: page.mjs DIRECTORY
+// Builds the page of the API reference in a directory: page.mjs DIRECTORY
 import { copyFileSync, mkdirSync, writeFileSync } from "node:fs";
 import { loadDocument } from "./document.mjs";
 

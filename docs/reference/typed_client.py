@@ -1,5 +1,5 @@
-"""Generates the types of a client in TypeScript from the API document. Against them must compile what
-the document has as examples and docs/api.md as rules, and what is no rule must not."""
+"""Generates the types of a TypeScript client from the API document. The examples of the document and the
+rules in docs/api.md must compile with them, and malformed rules must not."""
 
 import json
 import pathlib
@@ -41,7 +41,7 @@ def shown_rules():
 
 
 def compile_values(directory, values):
-    """What the compiler says about values of those types, the first of which is in line 2."""
+    """The compiler's messages about values of those types, the first of which is in line 2."""
     lines = ['import type { paths } from "./api";']
     lines += [f"export const value{i}: {type_} = {json.dumps(value)};"
               for i, (type_, value) in enumerate(values)]
@@ -64,7 +64,7 @@ def main():
             sys.exit(faults)
         faults = compile_values(directory, [(NEW_RULE, rule) for rule in wrong_rules])
         if re.findall(r"^values\.ts\((\d+),", faults, re.MULTILINE) != ["2", "3"]:
-            sys.exit(f"what is no rule compiles:\n{faults}")
+            sys.exit(f"a malformed rule compiles:\n{faults}")
     print(f"{len(examples)} examples and {len(rules)} rules compile")
 
 

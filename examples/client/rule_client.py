@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A client of the rule endpoint: Python 3.9 or later, nothing else is needed. As a command:
+"""A client of the rule endpoint; it needs only Python 3.9 or later. As a command:
 
     export RULE_URL=http://127.0.0.1:8080/rule RULE_USER=admin RULE_PASSWORD=secret
     rule_client.py apply rules.csv
@@ -29,13 +29,13 @@ from typing import NamedTuple, Optional
 ALARM_EVENT = 0x20020000
 QUICK_NAME = "clientRule"  # of a rule that was created without a name
 
-# A rule is refused with -221 when one of its random GUIDs is in use. Where half of the GUIDs of a
-# channel are taken, one attempt in eight succeeds, and 50 in a row fail once in 800 times.
+# A rule is refused with -221 when one of its random GUIDs is in use. If half of a channel's GUIDs are
+# taken, one attempt in eight succeeds, and 50 in a row fail about once in 800 times.
 CLASH_LIMIT = 50
 
 
 class Answer(NamedTuple):
-    """What came back for a request, whatever it was."""
+    """The answer to a request, from the endpoint or not."""
 
     status: int
     headers: http.client.HTTPMessage
@@ -52,21 +52,21 @@ class Refused(Exception):
 
 
 class NoAnswer(Exception):
-    """The endpoint gave no answer of its own: what became of the request is not known."""
+    """The endpoint gave no answer: the outcome of the request is not known."""
 
 
 class Rule(NamedTuple):
-    """A quick rule, as a client asks for it."""
+    """A quick rule, as a client requests it."""
 
     event: int
     channel: int
-    alarm: Optional[int] = None  # alarm input of the camera; the alarm event needs it
+    alarm: Optional[int] = None  # alarm input of the camera; required by the alarm event
     record: Optional[int] = None  # channel to record
     name: str = QUICK_NAME
-    schedule: str = ""  # GUID; without one the recorder's schedule for all day
+    schedule: str = ""  # GUID; if empty, the recorder's schedule for all day
 
     def document(self):
-        """The document that asks for the rule."""
+        """The request document for the rule."""
         camera = {"chIdx": self.channel}
         if self.alarm is not None:
             camera["alarm"] = [self.alarm]
@@ -78,7 +78,7 @@ class Rule(NamedTuple):
         return {"rule": rule}
 
     def met_by(self, other):
-        """Whether `other`, a rule of a recorder, is this rule. A recorder does not tell which of
+        """Whether `other`, a rule of a recorder, is this rule. A recorder does not say which of
         its schedules is the one for all day, so a rule without a schedule is met by any."""
         return self == (other if self.schedule else other._replace(schedule=""))
 
@@ -89,12 +89,12 @@ class ListedRule(NamedTuple):
     guid: str
     name: str
     quick: bool
-    rule: Optional[Rule]  # None when it is no rule of one event on one camera
+    rule: Optional[Rule]  # None unless it is a rule of one event on one camera
 
 
 def read_entry(entry):
-    """The rule in an entry of the list. A recorder has rules that were made in other ways: of those
-    any member can be missing."""
+    """The rule in an entry of the list. In rules that were created in other ways any member can be
+    missing."""
     document = _member(entry, "content", "rule")
     try:
         (event,) = entry["event"]
@@ -123,13 +123,13 @@ def _member(value, *names):
 
 
 class RuleClient:
-    """A recorder's rule endpoint. Each request has a connection of its own."""
+    """A recorder's rule endpoint. Each request uses a new connection."""
 
-    # Seconds before each further attempt of what a recorder could not do at the moment.
+    # Seconds before each further attempt when a recorder could not serve a request.
     pauses = (1, 2, 4, 8)
 
     def __init__(self, url, user=None, password="", timeout=60):
-        """`timeout` is in seconds; the endpoint itself can take 45."""
+        """`timeout` is in seconds; the endpoint can take 45 to add a rule."""
         self.url = url
         self._url = urllib.parse.urlsplit(url)
         if self._url.scheme not in ("http", "https") or not self._url.hostname:
@@ -141,8 +141,8 @@ class RuleClient:
             self._headers["Authorization"] = f"Basic {login}"
 
     def request(self, method, target="", body=None, headers=None):
-        """One exchange: `target` follows the address, `body` is bytes. Returns the Answer, whatever
-        its status. Raises OSError or http.client.HTTPException when there is none."""
+        """One exchange: `target` is appended to the address, `body` is bytes. Returns the Answer,
+        whatever its status. Raises OSError or http.client.HTTPException if there is none."""
         scheme = {"http": http.client.HTTPConnection, "https": http.client.HTTPSConnection}
         connection = scheme[self._url.scheme](self._url.hostname, self._url.port, self._timeout)
         try:
@@ -154,21 +154,21 @@ class RuleClient:
             connection.close()
 
     def list(self):
-        """All rules of the recorder, the entries of its document as they are."""
+        """All rules of the recorder, as the unchanged entries of its document."""
         document = self._persist("GET")
         if not isinstance(document, dict) or not isinstance(document.get("ruleList"), list):
             raise NoAnswer("the recorder has no list of rules at the moment")
         return document["ruleList"]
 
     def delete(self, guids):
-        """Deletes rules. A GUID without a rule is no failure; after a failure those before it in
-        the list are gone, and the same list can be given again."""
-        at_once = 50  # some 2 of the 4 KB that a request can hold
+        """Deletes rules. A GUID without a rule is not a failure. After a failure the rules before it
+        in the list are gone, and the same list can be given again."""
+        at_once = 50  # takes up about half of a body
         for first in range(0, len(guids), at_once):
             self._persist("DELETE", "", {"ruleGUID": guids[first:first + at_once]})
 
     def add(self, rule):
-        """Creates a rule, if it is not there yet. Returns whether this call created it."""
+        """Creates a rule, unless it exists. Returns whether this call created it."""
         clashes = 0
         pauses = iter(self.pauses)
         in_doubt = False  # whether an earlier attempt may have created it
@@ -193,7 +193,7 @@ class RuleClient:
                    for entry in map(read_entry, self.list()))
 
     def _persist(self, method, target="", document=None):
-        """An exchange that can be repeated as it is."""
+        """An exchange that can be repeated unchanged."""
         for pause in self.pauses:
             try:
                 return self._exchange(method, target, document)
@@ -204,7 +204,7 @@ class RuleClient:
         return self._exchange(method, target, document)
 
     def _exchange(self, method, target="", document=None):
-        """Returns the document of an answer that is no refusal."""
+        """Returns the document of an answer that is not a refusal."""
         body = None
         if document is not None:
             body = json.dumps(document, ensure_ascii=False).encode()
@@ -226,17 +226,17 @@ class RuleClient:
 
 
 def _foreign_answer(answer):
-    """An answer that the web server, or something before it, has given by itself."""
+    """The failure for an answer of the web server, or of something in front of it."""
     text = f"not an answer of a rule endpoint: status {answer.status}"
     return NoAnswer(text) if answer.status >= 500 else Refused(answer.status, text)
 
 
 def advice_for(failure):
-    """What to do about a failed request: "never" the same again, "at once", "later", "look" at the
-    list first because the request may have succeeded, or "duplicate"."""
+    """When to repeat a failed request: "never", "at once", "later", after a "look" at the list because
+    the request may have succeeded, or "duplicate" if the list has a rule like it."""
     if isinstance(failure, NoAnswer):
         return "look"
-    # With a code of the recorder's own: it could not be asked to create the rule, or has no list.
+    # With a code of the recorder's own: the service could not be reached, or there is no list.
     if failure.text.startswith("Error ROVA POST request"):
         return "look"
     if failure.text == "Request failed" and failure.code != -306:
@@ -252,23 +252,23 @@ def advice_for(failure):
 
 # The command.
 
-APPLY_HELP = """Brings a recorder to the rules of a CSV file. The first line of the file names its
-columns: event and channel, and if wanted alarm, record, name and schedule. A rule that is there is
-kept. One for the same event and channel that differs is replaced. The command can be interrupted
-and run again."""
+APPLY_HELP = """Makes a recorder's rules match a CSV file. The first line of the file names its columns:
+event and channel, and optionally alarm, record, name and schedule. A rule that exists is kept. One
+for the same event and channel that differs is replaced. The command can be interrupted and run
+again."""
 
 
 class BadInput(Exception):
-    """What the user gave cannot be used."""
+    """The user's input cannot be used."""
 
 
 class Step(NamedTuple):
-    """What brings a recorder one rule closer to a file."""
+    """One step towards the rules of a file."""
 
     outcome: str  # "kept", "added", "replaced" or "deleted"
     title: str
-    rule: Optional[Rule] = None  # to be there afterwards
-    obsolete: tuple = ()  # listed rules to be gone before
+    rule: Optional[Rule] = None  # to exist afterwards
+    obsolete: tuple = ()  # listed rules to delete first
 
 
 def number(text):
@@ -279,7 +279,7 @@ def number(text):
 
 
 def make_rule(event, channel, alarm=None, record=None, name=None, schedule=None):
-    """A rule of texts; what is empty counts as not given."""
+    """A rule from texts; an empty text counts as absent."""
     rule = Rule(number(event), number(channel), number(alarm) if alarm else None,
                 number(record) if record else None, name or QUICK_NAME, schedule or "")
     if (rule.event == ALARM_EVENT) != (rule.alarm is not None):
@@ -312,7 +312,7 @@ def read_rules(path):
 
 
 def plan(rules, entries, delete_others):
-    """The steps that bring a recorder with these list entries to `rules`."""
+    """The steps from a recorder with these list entries to one with `rules`."""
     listed = collections.defaultdict(list)
     for entry in map(read_entry, entries):
         if entry.quick and entry.rule is not None:
@@ -330,7 +330,7 @@ def plan(rules, entries, delete_others):
 
 
 def take(client, step):
-    """Takes a step. A rule that was to be replaced is put back when the new one is refused."""
+    """Takes a step. A replaced rule is restored when the new one is refused."""
     client.delete([entry.guid for entry in step.obsolete])
     if step.rule is None or step.outcome == "kept":
         return
@@ -388,12 +388,12 @@ def describe(rule):
 
 
 def printable(text):
-    """The text without what could act on a terminal: a client of any kind chose the names."""
+    """The text without control characters, because any client can choose a rule's name."""
     return "".join(char if char.isprintable() else "?" for char in text)
 
 
 def print_table(entries):
-    """The rules, one a line; of those that are no quick rules of one event only GUID and name."""
+    """The rules, one per line; only GUID and name of those that are not quick rules of one event."""
     form = "{:<32} {:>10} {:>7} {:>5} {:>6} {:<32} {}"
     print(form.format("GUID", "EVENT", "CHANNEL", "ALARM", "RECORD", "SCHEDULE", "NAME"))
     for entry in map(read_entry, entries):
@@ -406,15 +406,15 @@ def print_table(entries):
 def parse_arguments(arguments):
     parser = argparse.ArgumentParser(
         description="Lists, adds and deletes the rules of a recorder.",
-        epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc tell"
-        " who asks. A password on a command line can be seen by every user of the machine.")
+        epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc hold the"
+        " credentials. A password on a command line can be seen by every user of the machine.")
     parser.add_argument("--url", default=os.environ.get("RULE_URL"),
                         help="the address of the rule endpoint; otherwise the variable RULE_URL")
-    parser.add_argument("--user", metavar="NAME[:PASSWORD]", help="who asks")
+    parser.add_argument("--user", metavar="NAME[:PASSWORD]", help="the credentials")
     commands = parser.add_subparsers(dest="command", required=True)
     listing = commands.add_parser("list", help="show all rules")
-    listing.add_argument("--json", action="store_true", help="as the recorder gives them")
-    adding = commands.add_parser("add", help="create a rule, unless it is there")
+    listing.add_argument("--json", action="store_true", help="the recorder's document, unchanged")
+    adding = commands.add_parser("add", help="create a rule, unless it exists")
     adding.add_argument("event", help="event ID, as in 536936448 or 0x20010000")
     adding.add_argument("channel", help="channel of the camera")
     adding.add_argument("--alarm", help="alarm input of the camera, for the alarm event")
@@ -423,15 +423,15 @@ def parse_arguments(arguments):
     adding.add_argument("--schedule", metavar="GUID", help="otherwise the schedule for all day")
     deleting = commands.add_parser("delete", help="delete rules")
     deleting.add_argument("guid", nargs="+")
-    applying = commands.add_parser("apply", help="bring a recorder to a list of rules",
+    applying = commands.add_parser("apply", help="make a recorder's rules match a list",
                                    description=APPLY_HELP)
     applying.add_argument("file")
-    applying.add_argument("--dry-run", action="store_true", help="show only what would be done")
+    applying.add_argument("--dry-run", action="store_true", help="only show what would be done")
     applying.add_argument("--delete-others", action="store_true",
                           help="delete the quick rules that are not in the file")
     options = parser.parse_args(arguments)
     if not options.url:
-        parser.error("--url or the variable RULE_URL must tell where the recorder is")
+        parser.error("the address is missing: --url or the variable RULE_URL")
     return options
 
 
