@@ -144,11 +144,11 @@ def check_log(case, log):
     messages = [f"{message[1]} {message[3]}" for message in messages]
     if not case.log and is_refusal(case.answer):
         assert messages[-1].partition(" ")[2] == case.answer[1]
-    remaining = iter(messages)
-    for expected in case.log:
-        pattern = re.escape(expected).replace(r"\.\.\.", ".*")
-        assert any(re.fullmatch(pattern, message, re.DOTALL) for message in remaining), (
-            expected, messages)
+    if exit_status(case) == 0:
+        assert not [message for message in messages if re.match(r"\w+ (Error|Internal)", message)]
+    patterns = ["(?s)" + re.escape(line).replace(r"\.\.\.", ".*") for line in case.log]
+    starts = range(len(messages) - len(patterns) + 1)
+    assert any(all(map(re.fullmatch, patterns, messages[start:])) for start in starts), messages
 
 
 @pytest.mark.parametrize("case", CASES, ids=lambda case: case.name)
