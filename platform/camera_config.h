@@ -35,7 +35,7 @@ static_assert(sizeof(st_cmsvr_conf_array) == 714240);
 static_assert(std::is_trivial_v<st_cmsvr_conf_array>);
 
 // Fills `array`, which is all zero, with the current camera configuration. Called right after
-// `CGI_Get_Input_URL`, before authentication. Returns 0 on success, any other value on failure; `array` may then be
-// partly filled, and the process ends without a response and with that value as its exit status (a
-// multiple of 256 looks like success).
+// `CGI_Get_Input_URL`, before authentication. Returns 0 on success, any other value on failure;
+// `array` may then be partly filled, and the process ends without a response and with that value as
+// its exit status (a multiple of 256 looks like success).
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array);
