@@ -9,9 +9,7 @@ set(RULE_LINK "" CACHE STRING "How the program is linked: static, mixed, shared 
 set_property(CACHE RULE_LINK PROPERTY STRINGS "" static mixed shared)
 set(RULE_MIXED_ARCHIVES JSONCPP CACHE STRING
     "What is linked from archives with RULE_LINK=mixed: any of JSONCPP, JSON_C, LIBSTDCXX")
-execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -dumpmachine
-                OUTPUT_VARIABLE machine OUTPUT_STRIP_TRAILING_WHITESPACE)
-set(RULE_ARCHIVE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/build/archives/${machine}" CACHE PATH
+set(RULE_ARCHIVE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/build/archives/${CMAKE_LIBRARY_ARCHITECTURE}" CACHE PATH
     "Archives that the system does not have, from scripts/make-archives")
 
 find_library(JSONCPP_ARCHIVE libjsoncpp.a)

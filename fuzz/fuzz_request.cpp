@@ -3,10 +3,13 @@
 #include <json-c/json_object.h>
 #include <json-c/json_tokener.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string_view>
 
+#include "fuzz/failing_allocation.h"
 #include "rule_operation/front_end/response.h"
 
 namespace
@@ -42,6 +45,30 @@ void check_envelope(json_object* document, std::string body, FuzzOutcome& outcom
     const bool succeeded = outcome.code == 0 || outcome.code == BAD_METHOD;
     const char* const failure = outcome.code == -2 ? "401 Unauthorized" : "400 Bad Request";
     require(outcome.status == (succeeded ? "200 OK" : failure), "status line and code agree");
+}
+
+// The request again, with an allocation that fails, which the request draws: the answer is the same
+// or the one for that, and the platform is asked nothing else.
+void check_failing_allocation(const Json::Value& request, const std::string& response)
+{
+    const auto count = static_cast<size_t>(fail_allocation(0));
+    if (count == 0) {
+        return;
+    }
+    const std::vector<std::string> asked = fake_platform().calls;
+    const size_t draw = std::hash<std::string>()(request["body"].asString() + response);
+    fail_allocation(static_cast<long>(1 + draw % count));
+    const std::string answer = run_request(request).response;
+    fail_allocation(0);
+    require(answer == response ||
+                answer ==
+                    "Status: 400 Bad Request\r\nContent-type: application/json\r\n\r\n"
+                    "{ \"ret_code\": -4, \"ret_mesg\": \"Internal error\" }\n\n",
+            "a lack of memory is answered as such");
+    std::vector<std::string>& calls = fake_platform().calls;
+    calls.pop_back();  // releases the parameters
+    require(calls.size() < asked.size() && std::equal(calls.begin(), calls.end(), asked.begin()),
+            "a lack of memory changes nothing that is asked");
 }
 
 }  // namespace
@@ -92,7 +119,8 @@ Json::Value read_answer(const std::string& section)
 
 FuzzOutcome run_fuzz_request(const Json::Value& request)
 {
-    std::string output = run_request(request).response;
+    const std::string response = run_request(request).response;
+    std::string output = response;
     FuzzOutcome outcome;
     take(output, "Status: ", "there is a status line");
     outcome.status = output.substr(0, output.find('\r'));
@@ -115,5 +143,6 @@ FuzzOutcome run_fuzz_request(const Json::Value& request)
     const size_t posted = outcome.services.find("POST ");
     require(posted == std::string::npos || posted + 5 == outcome.services.size(),
             "there is one POST at most, and nothing after it");
+    check_failing_allocation(request, response);
     return outcome;
 }
