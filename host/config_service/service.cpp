@@ -85,16 +85,19 @@ HttpReply list_nodes(Store& store, const HttpRequest& /*request*/)
     return content_reply(content.finish());
 }
 
+// The reply is made before the change: no lack of memory may make a refusal of a success.
 HttpReply create_nodes(Store& store, const HttpRequest& request)
 {
+    HttpReply reply = success_reply();
     store.add_nodes(read_multicall(request.body));
-    return success_reply();
+    return reply;
 }
 
 HttpReply delete_rule(Store& store, const HttpRequest& request)
 {
+    HttpReply reply = success_reply();
     store.delete_rule(read_guid_parameter(split_target(request.target).query));
-    return success_reply();
+    return reply;
 }
 
 struct Operation {
