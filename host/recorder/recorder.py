@@ -57,14 +57,15 @@ class Recorder:
         self.web, self.url = self.start_web_server(self.program)
         self.client = RuleClient(self.url, self.user, self.password)
 
-    def start_service(self):
-        """Starts the configuration service on the recorder's database."""
+    def start_service(self, prefix=()):
+        """Starts the configuration service on the recorder's database. `prefix` is the beginning of
+        the command that starts it."""
         log = self.state / "config_service.log"
         with log.open("ab") as output:
             start = output.tell()
             self.service = self.start_process(
-                self.program.with_name("config_service"), "--database", self.state / "rules.db",
-                stdout=output, stderr=output)
+                *prefix, self.program.with_name("config_service"),
+                "--database", self.state / "rules.db", stdout=output, stderr=output)
         self._wait_for(self.service, lambda: b" listening" in log.read_bytes()[start:],
                        "the configuration service does not start:", log)
 
@@ -105,10 +106,11 @@ class Recorder:
         record_exchange(method, body, head + answer.body)
         return answer
 
-    def run_program(self, method, body=b"", query="func=addRule"):
-        """Asks a process of the program without any web server; returns what subprocess.run does."""
+    def run_program(self, method, body=b"", query="func=addRule", prefix=()):
+        """Asks a process of the program without any web server; returns what subprocess.run does.
+        `prefix` is the beginning of the command that starts the process."""
         return subprocess.run(
-            [self.program], input=body, capture_output=True, timeout=60,
+            [*prefix, self.program], input=body, capture_output=True, timeout=60,
             env={**self.environment(), "REQUEST_METHOD": method, "QUERY_STRING": query,
                  "CONTENT_LENGTH": str(len(body))})
 
@@ -128,10 +130,10 @@ class Recorder:
         return len(children.read_text().split())
 
 
-def build_programs():
-    """Builds the programs of a recorder, and no others; returns their directory."""
+def build_programs(*more):
+    """Builds the programs of a recorder and the targets `more`; returns the programs' directory."""
     subprocess.run(["bash", "-c", 'set -eu; source scripts/lib.sh; build dev "" "$@"', "build",
-                    "rule_operation.cgi", "config_service"], cwd=PROJECT, check=True)
+                    "rule_operation.cgi", "config_service", *more], cwd=PROJECT, check=True)
     return PROJECT / "build/dev/bin"
 
 
