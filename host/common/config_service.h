@@ -1,4 +1,4 @@
-// What the configuration service and its clients on the host agree on.
+// Definitions shared by the configuration service and its clients on the host.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ constexpr const char* SERVICE_ADDRESS = "127.0.0.1";
 constexpr uint16_t SERVICE_PORT = 10141;
 constexpr const char* RULE_PATH = "/cfg/Rule";
 
-// What a node of the service is: its member "type".
+// The kind of a node of the service: its member "type".
 enum class NodeType { rule = 0, event_profile = 3, action_profile = 4 };
 
 }  // namespace host

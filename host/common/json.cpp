@@ -14,7 +14,7 @@ namespace
 
 constexpr int MAX_DEPTH = 16;
 
-// The place after the string whose opening quotation mark stands before `start`.
+// The position after the string whose opening quotation mark is before `start`.
 size_t skip_string(std::string_view text, size_t start)
 {
     for (;;) {
@@ -30,7 +30,7 @@ size_t skip_string(std::string_view text, size_t start)
     }
 }
 
-// Whether the text keeps to the limits. The parser has none that end before the memory does.
+// Whether the text is within the limits. The parser itself is limited only by memory.
 bool keeps_limits(std::string_view text, size_t max_elements, std::string& error)
 {
     int depth = 0;

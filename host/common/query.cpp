@@ -11,7 +11,7 @@ namespace
 constexpr std::string_view UNRESERVED =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
 
-// What is not an escape stays as it is.
+// Anything that is not an escape remains unchanged.
 std::string decode(std::string_view text)
 {
     std::string decoded;

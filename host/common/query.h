@@ -14,7 +14,7 @@ struct QueryParameter {
 };
 
 // The parameters of a query, decoded, in their order. None when the query has a zero byte: as C
-// text such a parameter would be taken for its own beginning.
+// text such a parameter would be cut there.
 std::vector<QueryParameter> split_query(std::string_view query);
 
 // A name or value of a parameter, with every byte escaped that RFC 3986 does not call unreserved.

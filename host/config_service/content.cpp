@@ -12,7 +12,7 @@ namespace
 
 constexpr size_t MAX_ELEMENTS = 1000;
 
-// The elements and the prefix of the members that make up one list: how many there are, and they.
+// The names of the elements of one list: of its length, of the list, and the prefix of its members.
 struct ListForm {
     std::string count;
     std::string container;

@@ -1,4 +1,4 @@
-// The XML documents that nodes carry.
+// The XML documents of nodes.
 #pragma once
 
 #include <optional>
@@ -9,9 +9,9 @@
 namespace host
 {
 
-// Checks the content of a node of that type and returns what it names. `event_id` is the event that
-// the node itself names; an event profile's content must name the same. Throws
-// Refusal with ErrorCode::bad_call.
+// Checks the content of a node of that type and returns the GUIDs that it refers to. `event_id` is
+// the event of the node itself; that of an event profile's content must be the same. Throws Refusal
+// with ErrorCode::bad_call.
 References check_content(NodeType type, const std::string& content,
                          std::optional<int32_t> event_id);
 

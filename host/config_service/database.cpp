@@ -125,7 +125,7 @@ Transaction::~Transaction()
     try {
         rollback_.step();
     } catch (const std::exception& failure) {
-        // Going on would show half a rule and keep every later one from being written.
+        // To continue would show half a rule and prevent every later one from being written.
         std::cerr << "config_service: cannot undo a transaction: " << failure.what() << std::endl;
         std::_Exit(EXIT_FAILURE);
     }

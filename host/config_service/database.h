@@ -1,4 +1,4 @@
-// SQLite, with its handles owned and its failures thrown.
+// SQLite, with owned handles and failures as exceptions.
 #pragma once
 
 #include <sqlite3.h>
@@ -13,7 +13,7 @@
 namespace host
 {
 
-// Every failure of the database is thrown as this, but for a lack of memory: that is
+// Every failure of the database is thrown as this, except a lack of memory, which is
 // std::bad_alloc.
 class DatabaseError : public std::runtime_error
 {
@@ -66,7 +66,7 @@ class Statement
     std::unique_ptr<sqlite3_stmt, Finalizer> handle_;
 };
 
-// Everything written while it lives is kept by `commit` or else undone.
+// `commit` keeps everything written during its lifetime; otherwise it is undone.
 class Transaction
 {
  public:

@@ -1,4 +1,4 @@
-// A request and its reply, free of the transport.
+// A request and its reply, independent of the transport.
 #pragma once
 
 #include <string>

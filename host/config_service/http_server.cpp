@@ -55,7 +55,7 @@ void HttpServer::accept()
     });
 }
 
-// After a failure that would repeat at once, as for lack of descriptors.
+// The pause after a failure that would repeat at once, such as a lack of descriptors.
 void HttpServer::accept_later()
 {
     pause_.expires_after(ACCEPT_PAUSE);

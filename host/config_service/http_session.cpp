@@ -26,8 +26,8 @@ constexpr std::chrono::seconds READ_TIME{10};
 constexpr std::chrono::seconds WRITE_TIME{30};
 constexpr std::chrono::seconds DRAIN_TIME{2};
 
-// Whether a program sent the request, and not a page in a browser of this machine: that names its
-// origin, cannot send JSON unasked, and reaches this address under a name of its own at best.
+// Whether a program sent the request, and not a page in a browser on this machine: a page sends its
+// origin, cannot send JSON without permission, and can only reach this address by another name.
 bool from_program(const http::request<http::string_body>& message)
 {
     const std::string authority = std::string(SERVICE_ADDRESS) + ':' + std::to_string(SERVICE_PORT);

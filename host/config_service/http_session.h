@@ -19,10 +19,10 @@ namespace host
 
 using RequestHandler = std::function<HttpReply(const HttpRequest&)>;
 
-// Reads requests and answers them until the client leaves. What breaks HTTP or its limits (a header
-// of 8 KiB, a body of 64 KiB) and what a page in a browser could send is refused here; a client
-// that does not send a whole request within 10 s or take its reply within 30 s is cut off. The
-// session lives as long as it is waiting for its client.
+// Reads requests and answers them until the client disconnects. A request that violates HTTP or the
+// limits (a header of 8 KiB, a body of 64 KiB), or that a page in a browser could send, is refused
+// here; a client that does not send a whole request within 10 s or receive its reply within 30 s is
+// disconnected. The session exists as long as it is waiting for its client.
 class HttpSession : public std::enable_shared_from_this<HttpSession>
 {
  public:

@@ -15,7 +15,7 @@ namespace
 
 void serve_clients(const std::string& database)
 {
-    // Writing beyond a limit on the size of files then fails as on a full disk.
+    // Writing beyond a file size limit then fails as on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     Store store(database);
     HttpServer server(SERVICE_PORT,

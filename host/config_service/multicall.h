@@ -9,8 +9,8 @@
 namespace host
 {
 
-// Reads the calls of a document, in their order, and checks each as far as it can be checked
-// without what is stored. Throws Refusal.
+// Reads the calls of a document, in their order, and checks each as far as possible without the
+// stored objects. Throws Refusal.
 std::vector<NewNode> read_multicall(std::string_view document);
 
 }  // namespace host

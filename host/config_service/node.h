@@ -1,4 +1,4 @@
-// What the service keeps: rules, their profiles, and schedules.
+// The objects that the service stores: rules, their profiles, and schedules.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ struct Node {
     std::optional<int32_t> event_id;  // of an event profile
 };
 
-// What a node's content names by GUID; only a rule's names anything.
+// The GUIDs that a node's content refers to; only a rule's has any.
 struct References {
     std::vector<std::string> event_profiles;
     std::vector<std::string> action_profiles;

@@ -1,4 +1,4 @@
-// The envelope that every reply carries.
+// The envelope of every reply.
 #pragma once
 
 #include <string>

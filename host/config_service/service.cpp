@@ -113,7 +113,7 @@ constexpr Operation OPERATIONS[] = {
     {"/cfg/multicalls", "POST", create_nodes},
 };
 
-// The reply to a request that no operation takes.
+// The reply to a request that matches no operation.
 HttpReply refuse_operation(std::string_view path)
 {
     std::string methods;

@@ -1,4 +1,4 @@
-// What the service does for each request.
+// The operations of the service.
 #pragma once
 
 #include "host/config_service/http_message.h"
@@ -14,7 +14,7 @@ namespace host
 //   DELETE /cfg/Rule?GUID=... deletes a rule
 //   POST   /cfg/multicalls    creates rules and profiles
 //
-// A refusal, a failure of the database included, is a reply too.
+// A refusal, including a failure of the database, is a reply too.
 HttpReply serve(Store& store, const HttpRequest& request);
 
 }  // namespace host

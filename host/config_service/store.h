@@ -11,10 +11,10 @@
 namespace host
 {
 
-// GUIDs are compared without regard to case. Every operation throws DatabaseError
-// when the database fails, or std::bad_alloc, and then has changed nothing. What an operation has
-// changed when it returns outlasts the process and the machine's power. A crash right after a
-// failed write can still leave the whole change.
+// GUIDs are compared case-insensitively. Every operation throws DatabaseError when the database
+// fails, or std::bad_alloc, and then has changed nothing. The changes of an operation that has
+// returned survive a crash and a power failure. A crash right after a failed write can still leave
+// the whole change.
 class Store
 {
  public:
@@ -26,12 +26,12 @@ class Store
     // Visits all nodes in the order of their creation.
     void visit_nodes(const std::function<void(const Node&)>& visit);
 
-    // Adds all nodes or none; each may name those before it. Throws Refusal, naming the node's
-    // index as the call's, with guid_in_use or unknown_reference.
+    // Adds all nodes or none; each may refer to those before it. Throws Refusal, with the node's
+    // index as that of the call, with guid_in_use or unknown_reference.
     void add_nodes(const std::vector<NewNode>& nodes);
 
-    // Deletes a rule and the profiles that no other rule names. Throws Refusal with no_such_rule
-    // when the GUID is not a rule's.
+    // Deletes a rule and the profiles that no other rule refers to. Throws Refusal with
+    // no_such_rule when the GUID is not a rule's.
     void delete_rule(const std::string& guid);
 
  private:

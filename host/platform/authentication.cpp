@@ -51,7 +51,7 @@ std::optional<Credentials> read_credentials(const char* header)
     return Credentials{text->substr(0, colon), text->substr(colon + 1)};
 }
 
-// Whether crypt(3) can work with the hash; a disabled account has one with which it cannot.
+// Whether crypt(3) accepts the hash; that of a disabled account is not accepted.
 bool usable_hash(const std::string& hash)
 {
     const int result = ::crypt_checksalt(hash.c_str());
@@ -76,7 +76,7 @@ std::vector<UserEntry> read_entries(std::string_view text)
     return entries;
 }
 
-// The usable entries of the users file. Logs why there are none.
+// The usable entries of the users file. Logs the reason if there are none.
 std::vector<UserEntry> load_users()
 {
     std::string error = "no usable entry in the users file";
@@ -96,7 +96,7 @@ bool password_matches(const std::string& password, const std::string& hash)
            ::memeql_sec(digest, hash.data(), hash.size()) != 0;
 }
 
-// An unknown user is checked against some other entry, so that the answer takes as long.
+// An unknown user is checked against another entry, so that the answer takes the same time.
 bool user_accepted(const std::vector<UserEntry>& users, const Credentials& credentials)
 {
     const auto entry = std::find_if(users.begin(), users.end(), [&](const UserEntry& each) {

@@ -20,7 +20,7 @@ using Channels = std::bitset<MAX_NVR_CHANNEL_NO>;
 
 constexpr std::string_view BLANKS = " \t\r";
 
-// Reads the channel that `line` begins with. False when there is none, or not one of the
+// Reads the channel at the beginning of `line`. False when there is none, or not one of the
 // recorder's; `error` then says which.
 bool read_channel(std::string_view line, int& channel, std::string& error)
 {
@@ -46,9 +46,9 @@ void add_camera(st_cmsvr_conf_element& element, int channel)
                   "CA3E7A000000000000000000C0DE%04d", channel);
 }
 
-// Adds the camera of one line, which is the channel and then perhaps blanks and a name. Blank lines
-// and those that begin with '#' have none. False when the line is something else or its channel is
-// one of `added`; `error` then says why.
+// Adds the camera of one line, which is the channel, optionally followed by blanks and a name.
+// Blank lines and those that begin with '#' have none. False when the line is malformed or its
+// channel is one of `added`; `error` then says why.
 bool read_line(std::string_view line, st_cmsvr_conf_array& array, Channels& added,
                std::string& error)
 {
@@ -72,8 +72,8 @@ bool read_line(std::string_view line, st_cmsvr_conf_array& array, Channels& adde
 }  // namespace
 }  // namespace host
 
-// The table is zero before it is loaded. It is much larger than its cameras, and only the memory of
-// these is touched.
+// The table is zero before it is loaded. Most of it is usually empty, so only the memory of cameras
+// is touched.
 int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 {
     constexpr char LIST[] = "cameras.txt";

@@ -34,8 +34,8 @@ constexpr std::uint64_t RULE_LIST_LIMIT = 32ULL * 1024 * 1024;  // 4,800 rules w
 constexpr std::uint32_t HEADER_LIMIT = 16 * 1024;
 constexpr long LONGEST_TIMEOUT = 24L * 60 * 60;
 
-// A connection whose operations together take no longer than its time limit. An operation that does
-// not end in time ends with `timed_out`.
+// A connection whose operations together take no longer than its time limit. An operation that is
+// not finished in time ends with `timed_out`.
 class Connection
 {
  public:
@@ -88,7 +88,7 @@ class Connection
     boost::beast::flat_buffer buffer_;
 };
 
-// Whether `path` can stand in a request line as it is, with a query behind it.
+// Whether `path` can be put into a request line unchanged, followed by a query.
 bool usable_path(const char* path)
 {
     if (path == nullptr || *path != '/') {
@@ -135,7 +135,7 @@ struct Failure {
     std::string reason;
 };
 
-// The failure that `error` of a read or write stands for.
+// The failure for `error`, the result of a read or write.
 Failure exchange_failure(const error_code& error)
 {
     if (error == asio::error::timed_out) {
@@ -147,7 +147,7 @@ Failure exchange_failure(const error_code& error)
     return {EXCHANGE_BROKEN, error.message()};
 }
 
-// Reads the reply. The header is read on its own: in one step with the body the parser can lose the
+// Reads the reply. The header is read separately: in one step with the body the parser can lose the
 // error of an announced length over the limit.
 Failure read_reply(Connection& connection, std::uint64_t body_limit, std::string& reply)
 {
@@ -200,7 +200,7 @@ Failure checked_exchange(http::verb method, const char* host, int port, const st
     return exchange(service, request, limit, reply);
 }
 
-// The one way of all calls. Logs each failure.
+// Makes every call. Logs each failure.
 long call_service(http::verb method, const char* host, int port, const char* path,
                   const query_object* query, std::string body, std::string& reply, long timeout)
 {

@@ -1,4 +1,4 @@
-// The files of the host recorder. All of them live in one directory, which the environment variable
+// The files of the host recorder. All of them are in one directory, which the environment variable
 // RULE_RECORDER_DIR names.
 #pragma once
 

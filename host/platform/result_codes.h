@@ -1,5 +1,5 @@
 // The results of failed platform calls, by producer. None is -2, which means "not authorised". None
-// of those named here is a multiple of 256: as an exit status that would be 0.
+// of the constants is a multiple of 256, which would be 0 as an exit status.
 #pragma once
 
 namespace host

@@ -26,11 +26,11 @@ namespace
 
 constexpr size_t MAX_ELEMENTS = 250000;
 
-// The profiles of a list, counted in bytes at each place they are put. A profile may be named by
-// any number of rules, so a small reply could otherwise make a huge list.
+// The bytes of the profiles in a list, counted each time a profile is inserted. Any number of rules
+// may refer to a profile, so a small reply could otherwise lead to a huge list.
 constexpr size_t PROFILE_LIMIT = 64UL * 1024 * 1024;
 
-// What a profile takes in a list besides its texts.
+// The size of a profile in a list without its texts.
 constexpr size_t PROFILE_OVERHEAD = 64;
 
 struct JsonRelease {
@@ -118,7 +118,7 @@ std::optional<XmlElement> read_content(const Json::Value& node, XmlParser& parse
     return root;
 }
 
-// What the entries of rules and profiles have in common.
+// The common part of the entries of rules and profiles.
 JsonObject make_entry(const Json::Value& node, const std::optional<XmlElement>& root)
 {
     JsonObject entry = owned(json_object_new_object());
@@ -164,7 +164,7 @@ Profiles read_profiles(const Json::Value& nodes, NodeType type, XmlParser& parse
 }
 
 // The profiles that the elements named `prefix` and a number inside `container` refer to. Takes
-// their sizes from `room`. A reference without a profile is left out.
+// their sizes from `room`. A reference without a profile is omitted.
 JsonObject referred_profiles(const XmlElement* container, std::string_view prefix,
                              const Profiles& profiles, size_t& room)
 {
@@ -210,7 +210,7 @@ JsonObject make_rule_list(const Json::Value& nodes)
     return document;
 }
 
-// What the configuration service holds.
+// The contents of the configuration service.
 Json::Value fetch_nodes()
 {
     constexpr long TIME_LIMIT = 15;

@@ -37,8 +37,8 @@ int open_log()
     return descriptor >= 0 ? descriptor : STDERR_FILENO;
 }
 
-// Gives the file at its limit the name of the log before it, unless another process has done so,
-// and makes `descriptor` that of the log that is now written.
+// Renames the full log file to that of the previous log, unless another process has done so, and
+// makes `descriptor` that of the current log.
 void rotate_log(int descriptor, const struct stat& status)
 {
     const std::string path = recorder_path("rule.log").value_or("");
@@ -140,7 +140,7 @@ bool ends_within_line(int descriptor, const struct stat& status)
            last != '\n';
 }
 
-// What cannot be written is lost: there is no other place to tell of it.
+// A message that cannot be written is lost: there is no other place to report it.
 void write_line(std::string line)
 {
     static const int descriptor = open_log();

@@ -21,7 +21,7 @@ def read_examples(page):
 
 def run_examples(examples, recorder):
     """What the commands print, in one shell because later ones use the variables of earlier ones.
-    The first block of a page tells which variables name the recorder."""
+    The first block of a page says which variables describe the recorder."""
     (recorder.state / ".curlrc").write_text("silent\nshow-error\n")  # instead of the user's
     script = "".join(f"{command}\nprintf '\\0'\n" for command, _ in examples)
     environment = {**os.environ, "RULE_URL": recorder.url, "RULE_USER": recorder.user,
@@ -47,8 +47,8 @@ def main(bin_dir=None, page=PROJECT / "docs/api.md"):
             if comparable(printed) != comparable(expected):
                 sys.exit(f"not as in {page}, which says:\n{expected}")
         if len(examples) < 3:
-            sys.exit(f"{page} has lost its examples")
-    print(f"{len(examples)} examples, each answered as in {page}. All that ran has been stopped.")
+            sys.exit(f"{page} has no examples")
+    print(f"{len(examples)} examples, each answered as in {page}. The recorder has been stopped.")
 
 
 if __name__ == "__main__":

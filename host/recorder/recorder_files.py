@@ -1,5 +1,5 @@
-"""The files of a host recorder, safe from other users of the machine: the lock that keeps recorders
-apart, the directory, and what is there before the recorder starts."""
+"""The files of a host recorder, protected from other users of the machine: the lock that allows only one
+recorder, the directory, and the files that exist before the recorder starts."""
 
 import fcntl
 import os
@@ -45,8 +45,8 @@ def lock_machine():
 
 
 def make_scratch_directory():
-    """Makes a directory that its caller removes, and removes those that killed recorders have left:
-    whoever has the lock runs the only one."""
+    """Creates a directory that its caller removes, and removes those of killed recorders: whoever
+    has the lock runs the only one."""
     for path in pathlib.Path(tempfile.gettempdir()).glob(SCRATCH_PREFIX + "*/"):
         if path.lstat().st_uid == os.geteuid() and not path.is_symlink():
             shutil.rmtree(path, ignore_errors=True)
@@ -54,7 +54,7 @@ def make_scratch_directory():
 
 
 def prepare(state):
-    """Makes the files in the directory `state` that are not there yet; returns the password."""
+    """Creates the missing files in the directory `state`; returns the password."""
     try:
         make_private_directory(state)
         (state / "www").mkdir(exist_ok=True)
@@ -73,7 +73,7 @@ def prepare(state):
 
 
 def make_private_directory(path):
-    """Makes the directory if it is not there. Others must not be able to change what is in it."""
+    """Creates the directory if it is missing. Others must not be able to change its contents."""
     for part in (path, *path.parents):
         if part.is_symlink() and part.lstat().st_uid not in (0, os.geteuid()):
             raise RecorderError(f"{part} is a symbolic link of another user")
@@ -102,6 +102,6 @@ def read_or_make_password(path):
 
 
 def hash_password(password):
-    """As crypt(3) makes it, with few rounds because every request pays for them."""
+    """The hash of crypt(3), with few rounds because every request computes it."""
     return subprocess.run(["mkpasswd", "--method=sha256crypt", "--rounds=1000", "--stdin"],
                           input=password, text=True, check=True, stdout=subprocess.PIPE).stdout.strip()

@@ -9,9 +9,9 @@ from recorder import (PROJECT, Recorder, RecorderError, build_programs, end_on_s
 
 ADVICE = """\
 recorder at {url}, user {user}, password {password}
-files in {state} (the endpoint's log: rule.log); Ctrl-C ends it
+files in {state} (the endpoint's log: rule.log); Ctrl-C stops it
 
-A quick rule, event 536936448 on channel 3 records channel 3, and then the list of rules:
+To create a quick rule (event 536936448 on channel 3 records channel 3) and list the rules:
   curl -u {user}:{password} '{url}?func=addRule' -d '{{"rule": {{"event": [{{"eventID": 536936448, \
 "camera": [{{"chIdx": 3}}]}}], "action": [{{"ActionName": "RecordControl", "chIdx": [3]}}]}}}}'
   curl -u {user}:{password} {url}
@@ -32,7 +32,7 @@ def read_arguments():
     parser = argparse.ArgumentParser(prog="scripts/recorder", description=__doc__)
     parser.add_argument("--state", metavar="DIR",
                         help="keep the recorder's rules, users and logs in DIR; otherwise in a "
-                        "directory that goes with the recorder. DIR/cameras.txt lists its cameras.")
+                        "directory that is deleted at the end. DIR/cameras.txt lists its cameras.")
     parser.add_argument("--port", metavar="N", type=port_number,
                         help="serve HTTP on port N of 127.0.0.1; otherwise on any free port")
     return parser.parse_args()
@@ -57,7 +57,7 @@ def main():
             page = recorder.url.removesuffix("rule") + "reference/"
             print(f"The API reference, with requests to try: {page}")
         else:
-            print("The API reference is not built yet: scripts/build-reference")
+            print("The API reference is not built yet: run scripts/build-reference")
         sys.stdout.flush()
         end_on_signals(0)
         wait_for_the_end_of(recorder)
