@@ -17,7 +17,8 @@ import sys
 import recorder as driver
 from examples import comparable
 from recorder import Recorder, RecorderError, Rule, wait_until
-from soak import Fault, positive, read_rules, require
+from rule_account import Fault, read_rules, require
+from soak import positive
 
 EVENT = 0x20010000
 # The names of rules end in the number of their profiles.
