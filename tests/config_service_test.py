@@ -157,6 +157,7 @@ def service(bin_dir):
     with Recorder(bin_dir) as recorder:
         recorder.start_service()
         yield recorder
+        assert stop(recorder.service) == 0
 
 
 def receive(connection, end=None):

@@ -79,6 +79,7 @@ def ask(recorder, method, body=b"", query="func=addRule", *variables):
     """The body of the program's answer, and what it has logged."""
     (recorder.state / "rule.log").write_text("torn")
     done = recorder.run_program(method, body, query, ["env", *variables])
+    assert not done.stderr
     return done.stdout.decode().partition("\r\n\r\n")[2].rstrip("\n"), log_messages(recorder)
 
 

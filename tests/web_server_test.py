@@ -24,7 +24,6 @@ def envelope(code, text):
 
 ADDED = (200, envelope(0, "Add Rule successful"))
 DELETED = (200, envelope(0, "Delete Rule successful"))
-NOT_AUTHORISED = (401, envelope(-2, "Authorized failed"))
 NO_RULES = (200, '{ "ruleList": [ ] }')
 
 
@@ -61,27 +60,6 @@ def describe(rule):
     return (rule["name"], content["CreationMethod"], content["TimeProfile"], event["EventID"],
             event["SourceIds"]["id0"], *[action["ActionName"] for action in actions],
             *re.findall(r'"id0": "(\w+)"', json.dumps(actions)))
-
-
-@pytest.mark.parametrize("user, password", [
-    (None, ""), ("admin", "wrong"), ("nobody", None),
-], ids=["no credentials", "wrong password", "unknown user"])
-def test_stranger(recorder, user, password):
-    stranger = RuleClient(recorder.url, user, recorder.password if password is None else password)
-    assert ask(recorder, "PATCH", client=stranger) == NOT_AUTHORISED
-
-
-@pytest.mark.parametrize("method, target, answer", [
-    ("PUT", "/some/path", (200, "null")),
-    ("PATCH", "", (200, envelope(-3, "http method invalid"))),
-    ("GET", "", NO_RULES),
-], ids=["path info", "unknown method", "no rules"])
-def test_request(recorder, method, target, answer):
-    assert ask(recorder, method, target) == answer
-
-
-def test_file_beside_the_program_is_not_served(recorder):
-    assert recorder.client.request("GET", ".bak").status == 404
 
 
 def test_life_of_rules(recorder):
@@ -121,7 +99,6 @@ ODD_CLIENTS = {
     "slow body": ([SIZED + b"4\r\n\r\n{", 4, b"}", 4, b" ", 4, b" "], NO_EVENT),
     "body when asked for": ([SIZED + b"2\r\nExpect: 100-continue\r\n\r\n", 1, b"{}"],
                             ["HTTP/1.1 100 Continue", *NO_EVENT]),
-    "body of chunks": ([CHUNKED + b"1\r\n{\r\n1\r\n}\r\n0\r\n\r\n"], NO_EVENT),
     "longest body, of chunks": ([CHUNKED + b"fff\r\n%-4095b\r\n0\r\n\r\n" % b"{}"], NO_EVENT),
     "body of chunks too long": ([CHUNKED + b"1000\r\n%-4096b\r\n0\r\n\r\n" % b"{}"],
                                 [BAD_REQUEST, envelope(-291, "content data is NULL")]),
@@ -130,7 +107,6 @@ ODD_CLIENTS = {
     "chunks and a length": ([SIZED + b"2\r\nTransfer-Encoding: chunked\r\n\r\n{}"], [BAD_REQUEST]),
     "negative length": ([SIZED + b"-1\r\n\r\n"], [BAD_REQUEST]),
     "two lengths": ([SIZED + b"2\r\nContent-Length: 3\r\n\r\n{} "], [BAD_REQUEST]),
-    "body beyond all limits": ([SIZED + b"70000\r\n\r\n"], ["HTTP/1.1 413 Payload Too Large"]),
     "zero byte in the body": ([SIZED + b"3\r\n\r\n{\0}"],
                               [BAD_REQUEST, envelope(-101, "Error input Json format error")]),
     "bytes after the body": ([SIZED + b"2\r\n\r\n{}{}{}"], NO_EVENT),
@@ -206,11 +182,6 @@ def test_long_list_with_a_full_disk(recorder):
     assert sorted(rules_of(recorder, client)) == sorted(
         (name, "quick", schedule("_ALL_DAY_"), str(event), f"{CAMERA}{channel:04}")
         for channel in channels for event in events)
+    # The random part of a GUID tells one request from others.
+    assert len({rule["GUID"][10:28] for rule in recorder.client.list()}) > 1
     stop(web)
-
-
-def test_configuration_service_stopped(recorder):
-    stop(recorder.service)
-    answer = ask(recorder, "POST", ADD, quick_rule(EVENT, 3))
-    recorder.start_service()
-    assert answer == (400, envelope(-101, "Internal error get time profile guid fail ret=-101"))
