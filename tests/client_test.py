@@ -35,7 +35,7 @@ def listing(*rules):
 
 
 class ScriptedClient(RuleClient):
-    """Is given each answer beforehand; an exception stands for a lost one."""
+    """A client with prepared answers; an exception is a lost one."""
 
     pauses = (0, 0)
 

@@ -1,4 +1,4 @@
-"""What the tests of a whole recorder share."""
+"""Shared by the tests of a whole recorder."""
 
 import pytest
 
@@ -22,7 +22,7 @@ def running_recorder(bin_dir):
         yield recorder
         stop(recorder.web)
         stop(recorder.service)
-        # A sanitizer's finding would be there, for one.
+        # A sanitizer's finding would be there, for example.
         log = (recorder.state / "config_service.log").read_text()
         assert set(log.splitlines()) == {"configuration service listening on 127.0.0.1:10141"}
         assert (recorder.state / "rule_errors.log").read_text() == ""

@@ -1,5 +1,5 @@
-"""The program, linked static, in a root directory that has nothing but its file and the recorder's:
-no library, no device, no set-up of the system."""
+"""The program, linked static, in a root directory with only its own file and the recorder's: no library,
+no device, no configuration of the system."""
 
 import os
 import shutil

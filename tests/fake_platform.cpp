@@ -96,7 +96,7 @@ void register_signal_handler()
 tagINPUT* CGI_Get_Input_URL()
 {
     record("input");
-    // Not the caller's to lose: without the camera table nothing is released.
+    // Not owned by the caller: without the camera table nothing is released.
     static tagINPUT input;
     return fake_platform().answers.isMember("input") ? nullptr : &input;
 }
@@ -111,7 +111,7 @@ st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int res
     return &input->found;
 }
 
-// The response comes before it, and the token list goes after it.
+// Called after the response and before the token list is released.
 void CGI_Free_Input(tagINPUT* input)
 {
     const std::vector<std::string>* const tokens = fake_platform().tokens;
@@ -226,7 +226,7 @@ extern "C" int usleep(unsigned int microseconds)
     return 0;
 }
 
-// Each look is one later.
+// Each call is one later.
 int64_t current_time_stamp()
 {
     const int64_t now = answers("clock").asInt64();

@@ -1,4 +1,4 @@
-// A platform that does what a test tells it to, and remembers what it was asked.
+// A scriptable platform that also records its calls.
 #pragma once
 
 #include <json/value.h>
@@ -12,7 +12,7 @@ struct FakePlatform {
     // throws.
     Json::Value answers;
 
-    // What it was asked: each call with its arguments, in order, and each message as logged.
+    // Each call with its arguments, in order, and each message as logged.
     std::vector<std::string> calls;
     std::vector<std::string> log;
     unsigned int pauses = 0;  // in microseconds; they pass at once

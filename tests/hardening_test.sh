@@ -1,7 +1,7 @@
 #!/bin/bash
 # How the program is hardened: hardening_test.sh PROGRAM LIBRULE_OPERATION_A
-# The link shows in the program, what the compiler was told in the archive of the program's objects: a
-# program linked static has the C library's checks in any case.
+# The program shows the linker's options, and the archive of its objects the compiler's: a program linked
+# static has the C library's checks in any case.
 set -euo pipefail
 
 failures=0

@@ -8,12 +8,12 @@ set -euo pipefail
 
 export LC_ALL=C  # lengths are bytes
 failures=0
-# What every process gets; without them the caller is a stranger.
+# The variables of every process; without them the caller is unknown.
 variables=(REMOTE_USER=admin "HTTP_AUTHORIZATION=${HTTP_AUTHORIZATION:-}"
            "RULE_RECORDER_DIR=${RULE_RECORDER_DIR:-}")
 
 # check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: BODY is the standard input,
-# which stays open behind it. The response must be complete to the byte.
+# which stays open after it. The response must be equal byte for byte.
 check() {
     printf 'Status: %s\r\nContent-type: application/json\r\n\r\n%s\n\n' "$3" "$4" >"$scratch/expected"
     mkfifo "$scratch/input"

@@ -1,4 +1,4 @@
-"""The recorder's files on a machine that others use too."""
+"""The recorder's files on a machine with other users."""
 
 import os
 import tempfile

@@ -1,4 +1,4 @@
-"""Reads request_cases.txt, whose form is described there."""
+"""Reads request_cases.txt, which describes its own format."""
 
 import pathlib
 import re

@@ -1,5 +1,4 @@
-// Runs one request through the program's own `main`, in this process, with the fake platform behind
-// it.
+// Runs one request through the program's own `main`, in this process, on the fake platform.
 #pragma once
 
 #include <json/value.h>

@@ -82,7 +82,7 @@ def is_refusal(answer):
 
 
 def exit_status(case):
-    """Who is turned away does not change it."""
+    """Refused callers do not change it."""
     if case.given.get("authentication") or "input" in case.given:
         return case.given.get("tokenizer", 0)
     if case.answer is None:

@@ -1,4 +1,4 @@
-"""Long trials of the host recorder. Prints their figures and succeeds only if everything held."""
+"""Long tests of the host recorder. Prints their figures and succeeds only if every check passed."""
 
 import argparse
 import collections

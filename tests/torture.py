@@ -1,6 +1,6 @@
-"""Lets each allocation of the program fail in turn, each transfer stop short and each system call fail,
-once and from there on; then the same in the configuration service. Judges what is answered and what the
-service then holds. Succeeds only if everything held."""
+"""Makes each allocation of the program fail in turn, each transfer stop short and each system call fail,
+once and from then on; then the same in the configuration service. Checks the answers and the stored rules,
+and succeeds only if they agree."""
 
 import argparse
 import base64

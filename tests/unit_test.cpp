@@ -1,4 +1,4 @@
-// The functions that a whole request cannot reach with every value that they must stand.
+// The functions that whole requests cannot call with every value that they must handle.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -37,7 +37,7 @@ TEST_F(UnitTest, SupportedEventsAreThoseOfTheApiDocument)
     }
 }
 
-// Through a request, only its two kinds are asked for, and the first without a GUID.
+// A request uses only its two kinds, and the first only without a GUID.
 TEST_F(UnitTest, TimeProfileIsLeftAsItIsWhenThereIsNone)
 {
     std::string guid = "x";

@@ -28,7 +28,7 @@ NO_RULES = (200, '{ "ruleList": [ ] }')
 
 
 def ask(recorder, method, target="", document=None, client=None):
-    """The status and the text of an answer, of which everything else must be as always."""
+    """The status and the text of an answer; everything else in it must be as usual."""
     body = b"" if document is None else json.dumps(document).encode()
     answer = recorder.request(method, target, body, client)
     assert answer.headers["Content-Type"] == "application/json"
@@ -137,7 +137,7 @@ def exchange(recorder, steps):
 
 @pytest.fixture(scope="module")
 def exchanges(running_recorder, request):
-    """The exchanges of all odd clients that are to be tested; most of the time they wait."""
+    """The exchanges of the selected odd clients, at the same time because they mostly wait."""
     titles = [item.callspec.params["title"] for item in request.session.items
               if item.function is test_odd_client]
     with concurrent.futures.ThreadPoolExecutor(len(titles)) as clients:

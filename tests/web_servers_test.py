@@ -11,7 +11,7 @@ from recorder import PROJECT, Rule, RuleClient, free_port, is_open, stop, wait_u
 PROGRAM = "/usr/libexec/rule_operation/rule_operation.cgi"
 PAGE = (PROJECT / "docs/web-servers.md").read_text()
 ADD = "?func=addRule"
-# Reads and writes root's files all the same.
+# Reads and writes root's files nevertheless.
 AS_OTHER_USER = ["setpriv", "--reuid=1", "--regid=1", "--clear-groups", "--pdeathsig", "TERM",
                  "--inh-caps=+dac_override", "--ambient-caps=+dac_override"]
 REQUESTS = {
