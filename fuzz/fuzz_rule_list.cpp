@@ -8,7 +8,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     request["rules"] = read_answer({reinterpret_cast<const char*>(data), size});
     const FuzzOutcome added = run_fuzz_request(request);
     require(added.code == 0 || added.code == -911 || (added.code <= -601 && added.code >= -603),
-            "a rule list leads to one of its own outcomes");
+            "a rule list leads to one of the outcomes for a list");
 
     request["method"] = "GET";
     const FuzzOutcome listed = run_fuzz_request(request);

@@ -1,4 +1,4 @@
-"""The configuration service over HTTP: what it takes, what it refuses, what it keeps, and its limits."""
+"""The configuration service over HTTP: what it accepts, refuses and stores, and its limits."""
 
 import base64
 import re
@@ -22,7 +22,7 @@ ACTION_GUID = "2222222222AAAAAAAAAAAAAAAAAA000A"
 RULE_GUID = "3333333333AAAAAAAAAAAAAAAAAA0003"
 SHARING_GUID = "3333333333bbbbbbbbbbbbbbbbbb0003"
 
-# What stands in b64() is sent encoded.
+# The text in b64() is sent encoded.
 EVENT = (
     f'{{"name": "e", "isGroup": false, "description": "d", "GUID": "{EVENT_GUID}", "type": 3, '
     '"active": false, "content": "b64(<event_profile><EventID>-7</EventID><SourceNum>1</SourceNum>'

@@ -210,7 +210,7 @@ int b64_encode_v2(const unsigned char* data, size_t length, std::string& encoded
 }
 
 // The tests are linked so that the program calls this instead of json-c. json-c prints less when
-// its buffer cannot grow, and only errno tells.
+// its buffer cannot grow, and only errno shows it.
 extern "C" const char* __real_json_object_to_json_string_length(json_object*, int, size_t*);
 extern "C" const char* __wrap_json_object_to_json_string_length(json_object* object, int flags,
                                                                 size_t* length)

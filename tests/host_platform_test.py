@@ -1,5 +1,5 @@
-"""The platform of the development machine, by what the program makes of a request, of the recorder's
-files and of a service that answers with given bytes."""
+"""The platform of the development machine: how the program handles a request, the recorder's files and a
+service that answers with given bytes."""
 
 import base64
 import concurrent.futures
@@ -24,9 +24,9 @@ HOLD, DRIP = "hold", "drip"  # until the client closes the connection; silent, o
 
 
 class Service(http.server.ThreadingHTTPServer):
-    """Stands in for the configuration service while it is a context manager. It answers each request
-    with the bytes that `replies` has for its target, and then closes the connection at once, or when
-    HOLD or DRIP, which follows the bytes, says."""
+    """Replaces the configuration service, as a context manager. It answers each request with the bytes
+    that `replies` has for its target, and then closes the connection at once, or as HOLD or DRIP after
+    the bytes says."""
 
     def __init__(self, replies):
         super().__init__(SERVICE, ServiceRequest)

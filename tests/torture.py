@@ -82,10 +82,10 @@ def snapshot(path):
 
 
 class Trial:
-    """A request, with its answer and what it makes of the database when nothing fails."""
+    """A request, with its answer and the database after it when nothing fails."""
 
     def __init__(self, bench, method, answered, *documents):
-        """Each of `documents` asks for more than the one before it; the last one is the request. The
+        """Each of `documents` requests more than the one before it; the last one is the request. The
         text `answered` is in its answer."""
         self.method = method
         self.states = [snapshot(bench.database)]
@@ -97,7 +97,7 @@ class Trial:
         require(answered.encode() in self.answer.stdout, "without a fault:", self.answer)
 
     def states_after(self, done, place):
-        """The states of the database that the answer to a fault in `place` tells of. Requires one
+        """The states of the database that agree with the answer to a fault in `place`. Requires one
         answer: the usual one, one of ANSWERS, or none without cameras."""
         if (done.stdout, done.returncode) == (self.answer.stdout, self.answer.returncode):
             return self.states[-1:]
@@ -128,7 +128,7 @@ class Bench:
         self.program = recorder.program
         self.shim_program = shim_dir / recorder.program.name
         self.database = recorder.state / "rules.db"
-        self.mark = recorder.state / "fault"  # what tells that the fault has struck
+        self.mark = recorder.state / "fault"  # exists once the fault has struck
         self.library_ends = 0  # processes that the C library has ended
         recorder.start_service()
         for rule in KEPT:
@@ -195,7 +195,7 @@ class Bench:
                 done = self.recorder.run_program(trial.method, trial.body, prefix=prefix)
                 driver.ask_service("GET", "/cfg/Schedule")  # answered after what it was sent before
                 return done, done.returncode
-            with contextlib.suppress(RecorderError):  # the exit status tells
+            with contextlib.suppress(RecorderError):  # the exit status shows it
                 self.recorder.start_service(prefix)
         finally:
             self.recorder.program = self.program

@@ -1,7 +1,7 @@
 """Runs the examples in the pages of docs/: examples.py [BIN_DIR [PAGE]]
-Starts a recorder, shows each command of docs/api.md, or of PAGE, with what it prints, and fails if
-that is not what the page says. In a block marked `console` a command stands after "$ ", continued after
-"> ", and what it prints in the lines that follow."""
+Starts a recorder, shows each command of docs/api.md, or of PAGE, with its output, and fails if that
+differs from the page. In a block marked `console` a command begins with "$ " and continues after "> ",
+and the lines that follow are its output."""
 
 import os
 import pathlib

@@ -1,5 +1,5 @@
-"""Runs a host recorder on this machine and asks it: its configuration service, its web server, and
-the program as a process of its own. Whatever needs a recorder drives it with this module."""
+"""Runs a host recorder on this machine and sends requests to it: to its configuration service, through
+its web server, and to the program as a separate process. Commands and tests use this module for that."""
 
 import base64
 import contextlib
@@ -24,12 +24,12 @@ SERVICE_URL = "http://127.0.0.1:10141"
 
 
 class Recorder:
-    """A recorder, as a context manager: inside it the recorder's files are there, no other recorder
-    runs on this machine, and what is started ends with it at the latest."""
+    """A recorder, as a context manager: inside it the recorder's files exist, no other recorder
+    runs on this machine, and every process that is started ends with it at the latest."""
 
     def __init__(self, bin_dir, state=None, port=None):
-        """With the programs of `bin_dir`, its files in the directory `state`, or in one that goes
-        with the recorder, and its web server on `port`, or on any free one."""
+        """With the programs of `bin_dir`, its files in the directory `state`, or in one that is
+        deleted at the end, and its web server on `port`, or on any free one."""
         self.program = pathlib.Path(bin_dir).resolve() / "rule_operation.cgi"
         self.state = pathlib.Path(state).absolute() if state else None
         self.port = port
@@ -98,8 +98,8 @@ class Recorder:
             raise RecorderError(f"{failure} {last_lines(log)}")
 
     def request(self, method, target="", body=b"", client=None):
-        """Asks over HTTP, as the recorder's own user unless another client is given; returns the
-        client's Answer. `target` follows the path of the rule endpoint."""
+        """Sends a request over HTTP, as the recorder's own user unless another client is given;
+        returns the client's Answer. `target` is appended to the path of the rule endpoint."""
         answer = (client or self.client).request(method, target, body)
         headers = "".join(f"{name}: {value}\r\n" for name, value in answer.headers.items())
         head = f"HTTP/1.1 {answer.status} \r\n{headers}\r\n".encode()
@@ -107,7 +107,7 @@ class Recorder:
         return answer
 
     def run_program(self, method, body=b"", query="func=addRule", prefix=()):
-        """Asks a process of the program without any web server; returns what subprocess.run does.
+        """Runs the program for a request without any web server; returns what subprocess.run does.
         `prefix` is the beginning of the command that starts the process."""
         return subprocess.run(
             [*prefix, self.program], input=body, capture_output=True, timeout=60,
@@ -115,7 +115,7 @@ class Recorder:
                  "CONTENT_LENGTH": str(len(body))})
 
     def environment(self):
-        """What tells a process of the program which recorder it serves, and who asks."""
+        """The variables from which the program knows the recorder and the caller."""
         login = base64.b64encode(f"{self.user}:{self.password}".encode()).decode()
         return {"RULE_RECORDER_DIR": str(self.state), "HTTP_AUTHORIZATION": f"Basic {login}"}
 
@@ -158,7 +158,7 @@ def end_on_signals(exit_status):
 
 
 def ask_service(method, path):
-    """Asks the configuration service; returns the document that it answers."""
+    """Sends a request to the configuration service; returns the document of its reply."""
     return json.loads(RuleClient(SERVICE_URL).request(method, path).body)
 
 
@@ -182,7 +182,7 @@ def wait_until(condition, seconds=60):
 
 
 def stop(process):
-    """Ends a process as its user would, or else kills it. Returns its exit status."""
+    """Terminates a process, or kills it if that fails. Returns its exit status."""
     process.send_signal(signal.SIGCONT)
     process.terminate()
     try:
