@@ -1,6 +1,5 @@
 #include "platform/config_client.h"
 
-#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -32,7 +31,6 @@ using ReplyParser = http::response_parser<http::string_body>;
 constexpr std::uint64_t BODY_LIMIT = 64ULL * 1024;
 constexpr std::uint64_t RULE_LIST_LIMIT = 32ULL * 1024 * 1024;  // 4,800 rules with long names
 constexpr std::uint32_t HEADER_LIMIT = 16 * 1024;
-constexpr long LONGEST_TIMEOUT = 24L * 60 * 60;
 
 // A connection whose operations together take no longer than its time limit. An operation that is
 // not finished in time ends with `timed_out`.
@@ -88,17 +86,6 @@ class Connection
     boost::beast::flat_buffer buffer_;
 };
 
-// Whether `path` can be put into a request line unchanged, followed by a query.
-bool usable_path(const char* path)
-{
-    if (path == nullptr || *path != '/') {
-        return false;
-    }
-    const std::string text = path;
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return c > ' ' && c < '\x7f' && c != '?' && c != '#'; });
-}
-
 std::string request_target(const char* path, const query_object* query)
 {
     std::string target = path;
@@ -117,10 +104,9 @@ Request make_request(http::verb method, const tcp::endpoint& service, const std:
                      std::string body)
 {
     constexpr unsigned HTTP_1_1 = 11;
-    const std::string address = service.address().to_string();
     Request request(method, target, HTTP_1_1);
-    request.set(http::field::host, (service.address().is_v6() ? '[' + address + ']' : address) +
-                                       ':' + std::to_string(service.port()));
+    request.set(http::field::host,
+                service.address().to_string() + ':' + std::to_string(service.port()));
     request.set(http::field::connection, "close");
     if (method == http::verb::post) {
         request.set(http::field::content_type, "application/json");
@@ -186,32 +172,19 @@ Failure exchange(const tcp::endpoint& service, const Request& request, std::chro
     return read_reply(connection, lists_rules ? RULE_LIST_LIMIT : BODY_LIMIT, reply);
 }
 
-Failure checked_exchange(http::verb method, const char* host, int port, const std::string& target,
-                         std::string body, std::string& reply, long timeout)
-{
-    error_code error;
-    const auto address = asio::ip::make_address(host != nullptr ? host : "", error);
-    if (error || port <= 0 || port > UINT16_MAX || target.empty() || timeout <= 0) {
-        return {BAD_ARGUMENT, "an argument of the call is not valid"};
-    }
-    const tcp::endpoint service(address, static_cast<std::uint16_t>(port));
-    const Request request = make_request(method, service, target, std::move(body));
-    const std::chrono::seconds limit(std::min(timeout, LONGEST_TIMEOUT));
-    return exchange(service, request, limit, reply);
-}
-
 // Makes every call. Logs each failure.
 long call_service(http::verb method, const char* host, int port, const char* path,
                   const query_object* query, std::string body, std::string& reply, long timeout)
 {
     reply.clear();
     try {
-        const std::string target = usable_path(path) ? request_target(path, query) : "";
-        const Failure failure =
-            checked_exchange(method, host, port, target, std::move(body), reply, timeout);
+        const tcp::endpoint service(asio::ip::make_address(host), static_cast<std::uint16_t>(port));
+        const std::string target = request_target(path, query);
+        const Request request = make_request(method, service, target, std::move(body));
+        const Failure failure = exchange(service, request, std::chrono::seconds(timeout), reply);
         if (failure.code != 0) {
-            rule_log("Configuration service: %s %s:%d%s: %s", http::to_string(method).data(),
-                     host != nullptr ? host : "", port, target.c_str(), failure.reason.c_str());
+            rule_log("Configuration service: %s %s:%d%s: %s", http::to_string(method).data(), host,
+                     port, target.c_str(), failure.reason.c_str());
         }
         return failure.code;
     } catch (const std::exception& exception) {

@@ -11,7 +11,6 @@ constexpr int CANNOT_CONNECT = -1001;
 constexpr int TIME_LIMIT_REACHED = -1002;
 constexpr int EXCHANGE_BROKEN = -1003;  // the connection broke, or the reply is not HTTP
 constexpr int REPLY_TOO_LARGE = -1004;
-constexpr int BAD_ARGUMENT = -1005;
 
 // The list of cameras.
 constexpr int CAMERAS_NOT_READ = -1101;
