@@ -105,7 +105,7 @@ REFUSED = {
         (WHOLE_RULE, r'{"a\"": ' + 16 * "[", NO_DOCUMENT + "it is nested too deeply"),
         (WHOLE_RULE, "[" + 1000 * ",", NO_DOCUMENT + "it has too many elements"),
         (WHOLE_RULE, "{}", NO_CALLS),
-        (WHOLE_RULE, '{"calls":[]}', NO_CALLS),
+        (WHOLE_RULE, '{"a": [' + 16 * "[], " + '[]], "calls":[]}', NO_CALLS),
         (WHOLE_RULE, '{"calls":[' + 16 * (call("{}") + ",") + "7]}", NO_CALLS),
     ],
     0x94062A05: [

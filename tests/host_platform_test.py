@@ -340,3 +340,10 @@ def test_what_cannot_be_written_ends_no_process(recorder):
     subprocess.run([recorder.program], env={**recorder.environment(), "REQUEST_METHOD": "PUT"},
                    stdout=writer, check=True)
     os.close(writer)
+
+
+@pytest.mark.parametrize("variable", [["-u", "RULE_RECORDER_DIR"], ["RULE_RECORDER_DIR="]],
+                         ids=["unset", "empty"])
+def test_without_a_directory_the_log_is_standard_error(variable, recorder):
+    done = recorder.run_program("PUT", prefix=["env", *variable])
+    assert b"Camera configuration: RULE_RECORDER_DIR is not set\n" in done.stderr
