@@ -1,19 +1,84 @@
-#include "fuzz/fuzz_request.h"
-
+// Runs one request and checks what holds for every request. An input consists of parts, each a word
+// and a blank and a value, with lines between them that contain only "--". The words are those of
+// request_cases.txt. One without a value is not there; a caller who is a "stranger" is refused.
 #include <json-c/json_object.h>
 #include <json-c/json_tokener.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <string>
 #include <string_view>
+#include <vector>
 
-#include "fuzz/failing_allocation.h"
 #include "rule_operation/front_end/response.h"
+#include "tests/fake_platform.h"
+#include "tests/request_runner.h"
 
 namespace
 {
+
+// Ends the process with a message unless `holds`.
+void require(bool holds, const char* what)
+{
+    if (!holds) {
+        std::fprintf(stderr, "the contract is broken, which says that %s\n", what);
+        std::abort();
+    }
+}
+
+struct FuzzOutcome {
+    std::string status;  // "200 OK"
+    bool has_envelope = false;
+    int code = 0;          // of the envelope
+    std::string services;  // the services called, each "GET ", "rules ", "POST " or "DELETE "
+};
+
+// A reply, or, when it begins with '!', a failed call whose result is the number after it if that
+// is negative and not one of the front end's own codes.
+Json::Value read_answer(const std::string& value)
+{
+    if (value.empty() || value.front() != '!') {
+        return answer(0, value);
+    }
+    const int number = std::atoi(value.c_str() + 1);
+    const bool own = number == -2 || number < INTERNAL_ERROR;
+    return answer(own ? number : -1001, "");
+}
+
+void read_part(const std::string& part, Json::Value& request)
+{
+    const size_t blank = part.find(' ');
+    const std::string word = part.substr(0, blank);
+    const std::string value = blank == std::string::npos ? "" : part.substr(blank + 1);
+    if (word == "body") {
+        request[word] = value;
+    } else if (word == "method" || word == "path" || word == "length" || word == "func" ||
+               word == "GUID") {
+        request[word] = blank == std::string::npos ? Json::Value() : value.c_str();
+    } else if (word == "schedules" || word == "rules" || word == "multicall") {
+        request[word] = read_answer(value);
+    } else if (word == "deletion") {
+        request[word].append(read_answer(value));
+    } else if (word == "stranger") {
+        request["authentication"] = -1;
+    }
+}
+
+Json::Value read_request(std::string_view rest)
+{
+    constexpr std::string_view separator = "\n--\n";
+    Json::Value request;
+    while (!rest.empty()) {
+        const size_t end = rest.find(separator);
+        read_part(std::string(rest.substr(0, end)), request);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + separator.size());
+    }
+    return request;
+}
 
 void take(std::string& text, const std::string& start, const char* what)
 {
@@ -47,80 +112,8 @@ void check_envelope(json_object* document, std::string body, FuzzOutcome& outcom
     require(outcome.status == (succeeded ? "200 OK" : failure), "status line and code agree");
 }
 
-// The request again, with an allocation that fails, which the request draws: the answer is the same
-// or the one for that, and the platform is asked nothing else.
-void check_failing_allocation(const Json::Value& request, const std::string& response)
+FuzzOutcome read_outcome(const Json::Value& request, std::string output)
 {
-    const auto count = static_cast<size_t>(fail_allocation(0));
-    if (count == 0) {
-        return;
-    }
-    const std::vector<std::string> asked = fake_platform().calls;
-    const size_t draw = std::hash<std::string>()(request["body"].asString() + response);
-    fail_allocation(static_cast<long>(1 + draw % count));
-    const std::string answer = run_request(request).response;
-    fail_allocation(0);
-    require(answer == response ||
-                answer ==
-                    "Status: 400 Bad Request\r\nContent-type: application/json\r\n\r\n"
-                    "{ \"ret_code\": -4, \"ret_mesg\": \"Internal error\" }\n\n",
-            "a lack of memory is answered as such");
-    std::vector<std::string>& calls = fake_platform().calls;
-    calls.pop_back();  // releases the parameters
-    require(calls.size() < asked.size() && std::equal(calls.begin(), calls.end(), asked.begin()),
-            "a lack of memory changes nothing that is asked");
-}
-
-}  // namespace
-
-void require(bool holds, const char* what)
-{
-    if (!holds) {
-        std::fprintf(stderr, "the contract is broken, which says that %s\n", what);
-        std::abort();
-    }
-}
-
-std::vector<std::string> split_input(const uint8_t* data, size_t size, size_t count)
-{
-    constexpr std::string_view separator = "\n--\n";
-    std::string_view rest(reinterpret_cast<const char*>(data), size);
-    std::vector<std::string> parts;
-    while (parts.size() + 1 < count) {
-        const size_t end = rest.find(separator);
-        parts.emplace_back(rest.substr(0, end));
-        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + separator.size());
-    }
-    parts.emplace_back(rest);
-    return parts;
-}
-
-Json::Value request_of(const std::string& method, const std::string& body, const std::string& func)
-{
-    Json::Value request;
-    request["method"] = method;
-    request["body"] = body;
-    request["func"] = request["GUID"] = func.empty() ? Json::Value() : func;
-    if (func == "stranger") {
-        request["authentication"] = -1;
-    }
-    return request;
-}
-
-Json::Value read_answer(const std::string& section)
-{
-    if (section.empty() || section.front() != '!') {
-        return answer(0, section);
-    }
-    const int number = std::atoi(section.c_str() + 1);
-    const bool own = number == -2 || number < INTERNAL_ERROR;
-    return answer(own ? number : -1001, "");
-}
-
-FuzzOutcome run_fuzz_request(const Json::Value& request)
-{
-    const std::string response = run_request(request).response;
-    std::string output = response;
     FuzzOutcome outcome;
     take(output, "Status: ", "there is a status line");
     outcome.status = output.substr(0, output.find('\r'));
@@ -140,9 +133,77 @@ FuzzOutcome run_fuzz_request(const Json::Value& request)
             outcome.services += word;
         }
     }
-    const size_t posted = outcome.services.find("POST ");
-    require(posted == std::string::npos || posted + 5 == outcome.services.size(),
-            "there is one POST at most, and nothing after it");
-    check_failing_allocation(request, response);
     return outcome;
+}
+
+void check_method(const Json::Value& request, const FuzzOutcome& outcome)
+{
+    const std::string& services = outcome.services;
+    const std::string method = request["method"].asString();
+    if (request.isMember("authentication")) {
+        require(outcome.status == "401 Unauthorized" && services.empty(),
+                "a stranger is refused before any call");
+        return;
+    }
+    require(!services.empty() || outcome.status != "401 Unauthorized",
+            "only a stranger is refused without a call");
+    require(
+        outcome.has_envelope || method == "PUT" || (method == "GET" && outcome.status == "200 OK"),
+        "the answer is an envelope, or a list that is passed on");
+    const bool created = services == "GET rules POST ";
+    require(created || services.find("POST") == std::string::npos,
+            "there is one POST at most, after every check");
+    if (method == "POST") {
+        require(created || outcome.code != 0, "a success has created a rule");
+        require(!created || outcome.code == 0 || request.isMember("multicall"),
+                "a rule that was created is a success");
+        require(services != "GET rules " || outcome.code == -911 ||
+                    (outcome.code <= -601 && outcome.code >= -603),
+                "a rule list leads to one of the outcomes for a list");
+    } else if (method == "DELETE") {
+        const bool refused_before = outcome.code <= -300 && outcome.code >= -303;
+        require(!refused_before || services.empty(), "a refused list deletes nothing");
+    }
+}
+
+// The request again, with an allocation that fails, which the request draws: the answer is the same
+// or the one for that, and the platform is asked nothing else.
+void check_failing_allocation(Json::Value request, const Outcome& usual)
+{
+    if (usual.allocations == 0) {
+        return;
+    }
+    const std::vector<std::string> asked = fake_platform().calls;
+    const size_t draw = std::hash<std::string>()(request["body"].asString() + usual.response);
+    request["allocation"] = Json::Int64(1 + draw % static_cast<size_t>(usual.allocations));
+    const std::string response = run_request(request).response;
+    require(response == usual.response ||
+                response ==
+                    "Status: 400 Bad Request\r\nContent-type: application/json\r\n\r\n"
+                    "{ \"ret_code\": -4, \"ret_mesg\": \"Internal error\" }\n\n",
+            "a lack of memory is answered as such");
+    std::vector<std::string>& calls = fake_platform().calls;
+    calls.pop_back();  // releases the parameters
+    require(calls.size() < asked.size() && std::equal(calls.begin(), calls.end(), asked.begin()),
+            "a lack of memory changes nothing that is asked");
+}
+
+void check_request(const Json::Value& request)
+{
+    const Outcome outcome = run_request(request);
+    check_method(request, read_outcome(request, outcome.response));
+    check_failing_allocation(request, outcome);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    Json::Value request = read_request({reinterpret_cast<const char*>(data), size});
+    check_request(request);
+    if (request.isMember("rules")) {
+        request["method"] = "GET";
+        check_request(request);
+    }
+    return 0;
 }

@@ -23,6 +23,15 @@ struct FakePlatform {
 // The one platform of this process.
 FakePlatform& fake_platform();
 
+// The allocations of the JSON libraries while the program runs.
+struct AllocationCount {
+    bool is_on;
+    long count;
+    long failing;  // 0 is none
+};
+
+AllocationCount& allocation_count();
+
 // Cameras on channels 1, 3, 10 and 191, a schedule list with an all-day profile, an empty rule
 // list, success of every call, and the URI parameter func=addRule.
 FakePlatform usual_platform();

@@ -6,10 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <string_view>
+
+#include "tests/failing_allocation.h"
 
 namespace
 {
@@ -34,16 +35,6 @@ bool strikes(std::string_view kind)
     return true;
 }
 
-template <typename Allocate>
-void* unless_struck(Allocate allocate)
-{
-    if (strikes("memory:")) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return allocate();
-}
-
 template <typename Transfer>
 ssize_t in_part(size_t length, Transfer transfer)
 {
@@ -54,12 +45,11 @@ ssize_t in_part(size_t length, Transfer transfer)
 
 }  // namespace
 
-#define WRAP_ALLOCATION(function, parameters, arguments)                   \
-    extern "C" void* __real_##function parameters;                         \
-    extern "C" void* __wrap_##function parameters                          \
-    {                                                                      \
-        return unless_struck([=] { return __real_##function arguments; }); \
-    }
+bool allocation_fails()
+{
+    return strikes("memory:");
+}
+
 #define WRAP_TRANSFER(function, parameters, arguments)                                    \
     extern "C" ssize_t __real_##function parameters;                                      \
     extern "C" ssize_t __wrap_##function parameters                                       \
@@ -67,10 +57,6 @@ ssize_t in_part(size_t length, Transfer transfer)
         return in_part(length, [=](size_t part) { return __real_##function arguments; }); \
     }
 
-WRAP_ALLOCATION(malloc, (size_t size), (size))
-WRAP_ALLOCATION(calloc, (size_t count, size_t size), (count, size))
-WRAP_ALLOCATION(realloc, (void* block, size_t size), (block, size))
-WRAP_ALLOCATION(aligned_alloc, (size_t alignment, size_t size), (alignment, size))
 WRAP_TRANSFER(read, (int file, void* buffer, size_t length), (file, buffer, part))
 WRAP_TRANSFER(write, (int file, const void* buffer, size_t length), (file, buffer, part))
 // As the C library's own streams call them.

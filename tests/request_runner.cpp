@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "tests/failing_allocation.h"
 #include "tests/fake_platform.h"
 
 // The program's own `main`, under this name in the test programs.
@@ -18,6 +19,12 @@ void set_variable(const char* name, const Json::Value& value)
 }
 
 }  // namespace
+
+bool allocation_fails()
+{
+    AllocationCount& allocations = allocation_count();
+    return allocations.is_on && ++allocations.count == allocations.failing;
+}
 
 Outcome run_request(const Json::Value& request)
 {
@@ -35,10 +42,12 @@ Outcome run_request(const Json::Value& request)
     size_t output_length = 0;
     FILE* const real_input = std::exchange(stdin, fmemopen(body.data(), body.size(), "r"));
     FILE* const real_output = std::exchange(stdout, open_memstream(&output, &output_length));
+    allocation_count() = {true, 0, request["allocation"].asInt64()};
     const int status = rule_operation_main();
+    allocation_count().is_on = false;
     std::fclose(std::exchange(stdin, real_input));
     std::fclose(std::exchange(stdout, real_output));
-    Outcome outcome = {std::string(output, output_length), status};
+    Outcome outcome = {std::string(output, output_length), status, allocation_count().count};
     free(output);
     return outcome;
 }
