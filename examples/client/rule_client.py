@@ -134,6 +134,8 @@ class RuleClient:
         self._url = urllib.parse.urlsplit(url)
         if self._url.scheme not in ("http", "https") or not self._url.hostname:
             raise ValueError(f"not the address of a recorder: {url}")
+        if self._url.username is not None:
+            raise ValueError("user and password do not belong in the address")
         self._timeout = timeout
         self._headers = {}
         if user is not None:
@@ -144,7 +146,8 @@ class RuleClient:
         """One exchange: `target` is appended to the address, `body` is bytes. Returns the Answer,
         whatever its status. Raises OSError or http.client.HTTPException if there is none."""
         scheme = {"http": http.client.HTTPConnection, "https": http.client.HTTPSConnection}
-        connection = scheme[self._url.scheme](self._url.hostname, self._url.port, self._timeout)
+        connection = scheme[self._url.scheme](self._url.hostname, self._url.port,
+                                              timeout=self._timeout)
         try:
             connection.request(method, self._url.path + target, body,
                                {"Connection": "close", **self._headers, **(headers or {})})
@@ -252,9 +255,9 @@ def advice_for(failure):
 
 # The command.
 
-APPLY_HELP = """Makes a recorder's rules match a CSV file. The first line of the file names its columns:
-event and channel, and optionally alarm, record, name and schedule. A rule that exists is kept. One
-for the same event and channel that differs is replaced. The command can be interrupted and run
+APPLY_HELP = """Makes a recorder's rules match a CSV file in UTF-8. The first line of the file names its
+columns: event and channel, and optionally alarm, record, name and schedule. A rule that exists is kept.
+One for the same event and channel that differs is replaced. The command can be interrupted and run
 again."""
 
 
@@ -467,7 +470,11 @@ def run(options):
     elif options.command == "delete":
         client.delete(options.guid)
     else:
-        steps = plan(read_rules(options.file), client.list(), options.delete_others)
+        try:
+            rules = read_rules(options.file)
+        except (UnicodeDecodeError, csv.Error) as failure:
+            raise BadInput(f"{options.file}: {failure}") from failure
+        steps = plan(rules, client.list(), options.delete_others)
         if not options.dry_run:
             return apply_steps(client, steps)
         for step in steps:
@@ -480,8 +487,7 @@ def main():
     options = parse_arguments(sys.argv[1:])
     try:
         return run(options)
-    except (Refused, NoAnswer, BadInput, OSError, ValueError, csv.Error,
-            netrc.NetrcParseError) as failure:
+    except (Refused, NoAnswer, BadInput, OSError, ValueError, netrc.NetrcParseError) as failure:
         print(printable(f"rule_client: {failure}"), file=sys.stderr)
         return 1
     except KeyboardInterrupt:
