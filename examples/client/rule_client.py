@@ -14,6 +14,7 @@ and from another program:
 import argparse
 import base64
 import collections
+import contextlib
 import csv
 import getpass
 import http.client
@@ -149,8 +150,10 @@ class RuleClient:
         connection = scheme[self._url.scheme](self._url.hostname, self._url.port,
                                               timeout=self._timeout)
         try:
-            connection.request(method, self._url.path + target, body,
-                               {"Connection": "close", **self._headers, **(headers or {})})
+            # A server that answers before it has read the body may close the connection meanwhile.
+            with contextlib.suppress(BrokenPipeError):
+                connection.request(method, self._url.path + target, body,
+                                   {"Connection": "close", **self._headers, **(headers or {})})
             response = connection.getresponse()
             return Answer(response.status, response.headers, response.read())
         finally:
