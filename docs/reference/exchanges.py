@@ -115,13 +115,17 @@ def faults_of_answer(name, body, refusal):
         yield "the document has no example of this refusal"
 
 
-def faults_of_request(method, body, refusal):
-    """A request that fits the document is not refused for its shape."""
-    if method in ("POST", "DELETE") and refusal and refusal.is_about_shape():
+def faults_of_request(method, body, over_http, refusal):
+    """A request that fits the document is not refused for its shape. One that a client sends and that
+    succeeds fits the document."""
+    if method in ("POST", "DELETE"):
         content = API["paths"]["/rule"][method.lower()]["requestBody"]["content"]
         document = parse(body)
-        if document and fits(content["application/json"]["schema"], document[0]):
+        documented = document and fits(content["application/json"]["schema"], document[0])
+        if documented and refusal and refusal.is_about_shape():
             yield "a request as documented is refused for its shape"
+        if not documented and over_http and not refusal:
+            yield "a request that is not as documented succeeds"
 
 
 def check_exchanges(exchanges):
@@ -139,7 +143,7 @@ def check_exchanges(exchanges):
             refusal = refusal_of(*document or [None])
             produced.add(refusal)
             faults = [*faults_of_answer(name, document, refusal),
-                      *faults_of_request(method, body, refusal)]
+                      *faults_of_request(method, body, answer.startswith("HTTP/"), refusal)]
         yield from (f"{fault}: {method} {body} {answer}" for fault in faults)
     yield from (f"documented, but produced by no test: {each}" for each in DOCUMENTED - produced)
     needed = {name for name in RESPONSES if not name.endswith((" 401", " 500"))}
