@@ -34,4 +34,4 @@ def recorder(running_recorder):
     client = running_recorder.client
     client.delete([rule["GUID"] for rule in client.list()])
     yield running_recorder
-    assert wait_until(lambda: running_recorder.running_programs() == 0)
+    assert wait_until(lambda: not running_recorder.running_programs())

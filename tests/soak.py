@@ -169,7 +169,7 @@ def run_trial(trial, count, bin_dir):
     with Recorder(bin_dir) as recorder:
         recorder.start()
         clients = trial(recorder, count)
-        require(wait_until(lambda: recorder.running_programs() == 0), "a program was left behind")
+        require(wait_until(lambda: not recorder.running_programs()), "a program was left behind")
         errors = (recorder.state / "rule_errors.log").read_text()
         require(not errors, errors)
         require(driver.stop(recorder.service) == 0, "the service does not end as it should")

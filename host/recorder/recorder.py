@@ -125,9 +125,14 @@ class Recorder:
         return socket.create_connection((address.hostname, address.port), timeout=60)
 
     def running_programs(self):
-        """How many processes of the program the web server has."""
-        children = pathlib.Path(f"/proc/{self.web.pid}/task/{self.web.pid}/children")
-        return len(children.read_text().split())
+        """What the processes run that the web server has started; a new one first runs the web server."""
+        processes = pathlib.Path("/proc")
+        children = (processes / f"{self.web.pid}/task/{self.web.pid}/children").read_text().split()
+        names = []
+        for child in children:
+            with contextlib.suppress(OSError):  # it has just ended
+                names.append((processes / child / "comm").read_text().strip())
+        return names
 
 
 def build_programs(*more):
