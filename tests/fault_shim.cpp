@@ -1,7 +1,7 @@
-// Linked into a program with the linker's --wrap for each function here, this makes allocations
-// fail, or transfers stop short. The environment variable RULE_FAULT says which:
-// "memory:17" the seventeenth allocation, "transfer:3+" the third transfer and all after it. Once
-// that has happened, the file that RULE_FAULT_MARK names exists.
+// Linked into a program with the linker's --wrap for each function here and in
+// failing_allocation.cpp, this makes allocations fail, or transfers stop short. The environment
+// variable RULE_FAULT says which: "memory:17" the seventeenth allocation, "transfer:3+" the third
+// transfer and all after it. Once that has happened, the file that RULE_FAULT_MARK names exists.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
