@@ -67,7 +67,7 @@ class Recorder:
                 *prefix, self.program.with_name("config_service"),
                 "--database", self.state / "rules.db", stdout=output, stderr=output)
         self._wait_for(self.service, lambda: b" listening" in log.read_bytes()[start:],
-                       "the configuration service does not start:", log)
+                       "the configuration service does not start:", log, start)
 
     def start_web_server(self, program, prefix=()):
         """Starts a web server for the CGI program, whose file must be called rule_operation.cgi, or else
@@ -78,10 +78,11 @@ class Recorder:
                        "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
         log = self.state / "web_server.log"
         with log.open("ab") as output:
+            start = output.tell()
             web = self.start_process(*prefix, "lighttpd", "-D", "-f",
                               PROJECT / "host/web_server/lighttpd.conf",
                               env=environment, stderr=output)
-        self._wait_for(web, lambda: is_open(port), "the web server does not start:", log)
+        self._wait_for(web, lambda: is_open(port), "the web server does not start:", log, start)
         return web, f"http://127.0.0.1:{port}/rule"
 
     def start_process(self, *command, **options):
@@ -92,10 +93,10 @@ class Recorder:
         return process
 
     @staticmethod
-    def _wait_for(process, has_started, failure, log):
+    def _wait_for(process, has_started, failure, log, start):
         started = wait_until(lambda: process.poll() is not None or has_started())
         if not started or process.poll() is not None:
-            raise RecorderError(f"{failure} {last_lines(log)}")
+            raise RecorderError(f"{failure} {last_lines(log, start)}")
 
     def request(self, method, target="", body=b"", client=None):
         """Sends a request over HTTP, as the recorder's own user unless another client is given;
@@ -153,8 +154,8 @@ def run_command(main, *arguments):
         sys.exit(error.returncode)  # it has said why
 
 
-def last_lines(log):
-    return "\n".join(log.read_text(errors="replace").splitlines()[-3:])
+def last_lines(log, start=0):
+    return "\n".join(log.read_bytes()[start:].decode(errors="replace").splitlines()[-3:])
 
 
 def end_on_signals(exit_status):

@@ -32,7 +32,8 @@ def read_arguments():
     parser = argparse.ArgumentParser(prog="scripts/recorder", description=__doc__)
     parser.add_argument("--state", metavar="DIR",
                         help="keep the recorder's rules, users and logs in DIR; otherwise in a "
-                        "directory that is deleted at the end. DIR/cameras.txt lists its cameras.")
+                        "directory that is deleted at the end. DIR/cameras.txt lists its cameras, "
+                        "DIR/password holds the password.")
     parser.add_argument("--port", metavar="N", type=port_number,
                         help="serve HTTP on port N of 127.0.0.1; otherwise on any free port")
     return parser.parse_args()
@@ -41,11 +42,11 @@ def read_arguments():
 def wait_for_the_end_of(recorder):
     """Neither server ends by itself."""
     os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
-    if recorder.service.poll() is None:
-        log = recorder.state / "web_server.log"
-        raise RecorderError(f"the web server has ended: {last_lines(log)}")
-    log = recorder.state / "config_service.log"
-    raise RecorderError(f"the configuration service has ended: {last_lines(log)}")
+    name, process, log = "configuration service", recorder.service, "config_service.log"
+    if process.poll() is None:
+        name, process, log = "web server", recorder.web, "web_server.log"
+    raise RecorderError(f"the {name} has ended (exit status {process.wait()}):\n"
+                        f"{last_lines(recorder.state / log)}")
 
 
 def main():
