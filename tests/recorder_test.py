@@ -1,11 +1,13 @@
 """The recorder's files on a machine with other users."""
 
 import os
+import socket
 import tempfile
 
 import pytest
 
 import recorder_files
+from recorder import Recorder
 from recorder_files import RecorderError, lock_machine, make_scratch_directory, prepare
 
 
@@ -40,3 +42,10 @@ def test_directory_of_a_killed_recorder_goes(tmp_path, monkeypatch):
     monkeypatch.setattr(tempfile, "tempdir", str(tmp_path))
     left = make_scratch_directory()
     assert make_scratch_directory().exists() and not left.exists()
+
+
+def test_failed_start_is_told_without_the_log_of_earlier_ones(bin_dir, tmp_path):
+    (tmp_path / "config_service.log").write_text("configuration service listening\n")
+    with Recorder(bin_dir, tmp_path) as recorder, socket.create_server(("127.0.0.1", 10141)):
+        with pytest.raises(RecorderError, match="does not start: config_service: port 10141"):
+            recorder.start_service()
