@@ -5,7 +5,8 @@ struct json_object;
 
 // Builds the rule list document:
 //
-//   {"ruleList": [{"GUID": "...", "content": {"rule": {"CreationMethod": "quick", ...}},
+//   {"ruleList": [{"GUID": "...", "name": "...",
+//                  "content": {"rule": {"CreationMethod": "quick", ...}},
 //                  "event": [{"content": {"event_profile": {"EventID": "536936448",
 //                                                           "SourceIds": {"id0": "..."}}}}]}]}
 //
