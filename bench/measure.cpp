@@ -9,6 +9,7 @@
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,8 +17,6 @@
 #include <cstdlib>
 #include <string_view>
 #include <vector>
-
-extern char** environ;
 
 namespace
 {
@@ -78,9 +77,9 @@ int main(int count, char** arguments)
         std::fprintf(stderr, "usage: measure ROUNDS INPUT PROGRAM... [-- PROGRAM...]...\n");
         return 2;
     }
-    const int rounds = std::atoi(arguments[1]);
+    const long rounds = std::strtol(arguments[1], nullptr, 10);
     std::vector<Contender> contenders = read_contenders(arguments + 3, arguments + count);
-    for (int round = 0; round < rounds; ++round) {
+    for (long round = 0; round < rounds; ++round) {
         for (Contender& contender : contenders) {
             run_once(contender, arguments[2]);
         }

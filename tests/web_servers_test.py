@@ -57,8 +57,6 @@ exec '{program}'
 """
 
 
-
-
 def lines_of_the_page(language, replacements):
     (lines,) = re.findall(rf"^```{language}\n(.*?)^```", PAGE, re.DOTALL | re.MULTILINE)
     for old, new in replacements.items():
