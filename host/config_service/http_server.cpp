@@ -21,16 +21,11 @@ constexpr std::chrono::milliseconds ACCEPT_PAUSE{100};
 
 }  // namespace
 
-HttpServer::HttpServer(uint16_t port, RequestHandler handler)
-    : acceptor_(context_, tcp::endpoint(asio::ip::make_address_v4(SERVICE_ADDRESS), port)),
+HttpServer::HttpServer(RequestHandler handler)
+    : acceptor_(context_, tcp::endpoint(asio::ip::make_address_v4(SERVICE_ADDRESS), SERVICE_PORT)),
       pause_(context_),
       handler_(std::move(handler))
 {
-}
-
-uint16_t HttpServer::port() const
-{
-    return acceptor_.local_endpoint().port();
 }
 
 void HttpServer::run()

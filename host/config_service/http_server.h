@@ -4,7 +4,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <cstdint>
 
 #include "host/config_service/http_session.h"
 
@@ -15,11 +14,8 @@ namespace host
 class HttpServer
 {
  public:
-    // Listens on `port` of SERVICE_ADDRESS, on any free port with 0. Throws
-    // boost::system::system_error.
-    HttpServer(uint16_t port, RequestHandler handler);
-
-    uint16_t port() const;
+    // Listens on SERVICE_PORT of SERVICE_ADDRESS. Throws boost::system::system_error.
+    explicit HttpServer(RequestHandler handler);
 
     // Serves until SIGTERM or SIGINT.
     void run();

@@ -18,9 +18,8 @@ void serve_clients(const std::string& database)
     // Writing beyond a file size limit then fails as on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     Store store(database);
-    HttpServer server(SERVICE_PORT,
-                      [&](const HttpRequest& request) { return serve(store, request); });
-    std::cout << "configuration service listening on " << SERVICE_ADDRESS << ':' << server.port()
+    HttpServer server([&](const HttpRequest& request) { return serve(store, request); });
+    std::cout << "configuration service listening on " << SERVICE_ADDRESS << ':' << SERVICE_PORT
               << std::endl;
     server.run();
 }
