@@ -489,7 +489,12 @@ def run(options):
 def main():
     options = parse_arguments(sys.argv[1:])
     try:
-        return run(options)
+        status = run(options)
+        sys.stdout.flush()
+        return status
+    except BrokenPipeError:  # the reader of the output has closed it, as `head` does
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 1
     except (Refused, NoAnswer, BadInput, OSError, ValueError, netrc.NetrcParseError) as failure:
         print(printable(f"rule_client: {failure}"), file=sys.stderr)
         return 1
