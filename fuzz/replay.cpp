@@ -1,24 +1,20 @@
-// Runs inputs through the fuzz program: replay FILE...
-// Prints the name of each before it runs: the last one is that of an input that ends the process.
-#include <algorithm>
+// Runs inputs through the fuzz program, without libFuzzer: replay FILE...
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-int main(int count, char** arguments)
+int main(int count, char** paths)
 {
-    bool are_read = count > 1;
-    std::for_each(arguments + 1, arguments + count, [&](const char* path) {
-        std::fprintf(stderr, "%s\n", path);
-        std::ifstream file(path, std::ios::binary);
+    for (int number = 1; number < count; ++number) {
+        std::cerr << paths[number] << std::endl;  // the last one is that of an input that fails
+        std::ifstream file(paths[number], std::ios::binary);
         const std::string input{std::istreambuf_iterator<char>(file), {}};
-        are_read = are_read && !input.empty();
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
-    });
-    return are_read ? 0 : 1;
+    }
+    return count > 1 ? 0 : 1;
 }
