@@ -121,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const Outcome usual = run_request(request);
     check_calls(request, check_response(request["method"].asString(), usual.response));
 
-    // Again with an allocation of the JSON libraries that fails, drawn by the length of the input.
+    // Again with a failing allocation in the JSON libraries. The input's length draws it; 0: none.
     const auto asked = fake_platform().calls;
     request["allocation"] = Json::Int64(size) % (usual.allocations + 1);
     const std::string response = run_request(request).response;
