@@ -7,7 +7,7 @@
 set -euo pipefail
 
 export LC_ALL=C  # lengths are bytes
-failures=0
+failed=0
 # The variables of every process; without them the caller is unknown.
 variables=(REMOTE_USER=admin "HTTP_AUTHORIZATION=${HTTP_AUTHORIZATION:-}"
            "RULE_RECORDER_DIR=${RULE_RECORDER_DIR:-}")
@@ -15,42 +15,23 @@ variables=(REMOTE_USER=admin "HTTP_AUTHORIZATION=${HTTP_AUTHORIZATION:-}"
 # check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: BODY is the standard input,
 # which stays open after it. The response must be equal byte for byte.
 check() {
+    local input exit_status=0
     printf 'Status: %s\r\nContent-type: application/json\r\n\r\n%s\n\n' "$3" "$4" >"$scratch/expected"
-    mkfifo "$scratch/input"
+    echo "exit status $2" >>"$scratch/expected"
     exec {input}<>"$scratch/input"
     printf '%s' "$5" >&"$input"
-    if answers "$2" "${@:6}"; then
-        echo "ok      $1"
-    else
-        echo "FAILED  $1"
-        failures=$((failures + 1))
-    fi
-    exec {input}>&-
-    rm "$scratch/input"
-}
-
-# answers EXIT_STATUS [VARIABLE=VALUE...]
-answers() {
-    local exit_status=0
-    timeout 20 env -i "${variables[@]}" "${@:2}" "${command[@]}" \
+    timeout 60 env -i "${variables[@]}" "${@:6}" "${command[@]}" \
         <"$scratch/input" >"$scratch/response" || exit_status=$?
-    diff <(echo "exit status $1"; cat "$scratch/expected") \
-        <(echo "exit status $exit_status"; cat "$scratch/response")
+    exec {input}>&-
+    echo "exit status $exit_status" >>"$scratch/response"
+    echo "$1"
+    diff "$scratch/expected" "$scratch/response" || failed=1
 }
 
-# answer CODE TEXT: the envelope.
-answer() {
-    printf '{ "ret_code": %d, "ret_mesg": "%s" }' "$1" "$2"
-}
-
-# refuse TITLE EXIT_STATUS CODE TEXT BODY [VARIABLE=VALUE...]: a check whose status is 400.
-refuse() {
-    check "$1" "$2" '400 Bad Request' "$(answer "$3" "$4")" "${@:5}"
-}
-
-# post TITLE EXIT_STATUS CODE TEXT BODY: the same for a request to add a rule.
+# post TITLE EXIT_STATUS CODE TEXT BODY QUERY: a POST that is refused.
 post() {
-    refuse "$@" REQUEST_METHOD=POST QUERY_STRING='a=b&&f%75nc=add%52ule&func=x' CONTENT_LENGTH=${#5}
+    check "$1" "$2" '400 Bad Request' "{ \"ret_code\": $3, \"ret_mesg\": \"$4\" }" "$5" \
+        REQUEST_METHOD=POST QUERY_STRING="$6" CONTENT_LENGTH=${#5}
 }
 
 # on_channel CHANNEL [MEMBERS]: a request document with further MEMBERS of its rule.
@@ -63,30 +44,26 @@ command=("${@:2}" "$program")
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 trap 'exit 1' HUP INT TERM
-no_camera='GUID is NULL, please check camera is added'
+mkfifo "$scratch/input"
+add_rule='a=b&&f%75nc=add%52ule&func=x'
 recording=', "action": [{"ActionName": "RecordControl", "chIdx": [9]}]'
 
-check 'put with a path and a body' 0 '200 OK' null 'abc' REQUEST_METHOD=PUT PATH_INFO=/a//b/ \
-    CONTENT_LENGTH=3
-check 'stranger' 0 '401 Unauthorized' "$(answer -2 'Authorized failed')" '' REQUEST_METHOD=PUT \
-    REMOTE_USER= HTTP_AUTHORIZATION=
-check 'no method' 253 '200 OK' "$(answer -3 'http method empty')" ''
-check 'unknown method' 253 '200 OK' "$(answer -3 'http method invalid')" '' REQUEST_METHOD=put
-refuse 'no function' 222 -290 'post uri can not get func parameter' '{}' REQUEST_METHOD=POST \
-    QUERY_STRING=Func=addRule CONTENT_LENGTH=2
-refuse 'function without a value' 220 -292 'uri input func=[] not supported' '{}' \
-    REQUEST_METHOD=POST QUERY_STRING=func CONTENT_LENGTH=2
-refuse 'other function' 220 -292 'uri input func=[a b\/c&=%zz] not supported' '{}' \
-    REQUEST_METHOD=POST QUERY_STRING='func=a+b%2fc%26=%zz' CONTENT_LENGTH=2
-refuse 'length over the limit' 221 -291 'content data is NULL' '{}' REQUEST_METHOD=POST \
-    QUERY_STRING=func=addRule CONTENT_LENGTH=4096
-post 'no body' 221 -291 'content data is NULL' ''
-post 'bytes over 127' 155 -101 'Error input Json format error' $'\xff\xfe\x80'
-post 'longest body' 154 -102 'Error input Json no event object' "$(printf '%-4095s' '{}')"
-post 'channel without a camera' 56 -200 "Error ch-9 $no_camera" "$(on_channel 9)"
-post 'recording channel without a camera' 45 -211 "Error recording act ch-9 $no_camera" \
-    "$(on_channel 191 "$recording")"
+check 'put with a path and a body' 0 '200 OK' null 'abc' \
+    REQUEST_METHOD=PUT PATH_INFO=/a//b/ CONTENT_LENGTH=3
+check 'stranger' 0 '401 Unauthorized' '{ "ret_code": -2, "ret_mesg": "Authorized failed" }' '' \
+    REQUEST_METHOD=PUT REMOTE_USER= HTTP_AUTHORIZATION=
+check 'no method' 253 '200 OK' '{ "ret_code": -3, "ret_mesg": "http method empty" }' ''
+post 'no function' 222 -290 'post uri can not get func parameter' '{}' Func=addRule
+post 'function without a value' 220 -292 'uri input func=[] not supported' '{}' func
+post 'other function' 220 -292 'uri input func=[a b\/c&=%zz] not supported' \
+    '{}' 'func=a+b%2fc%26=%zz'
+post 'longest body' 154 -102 'Error input Json no event object' \
+    "$(printf '%-4095s' '{}')" "$add_rule"
+post 'recording channel without a camera' 45 -211 \
+    'Error recording act ch-9 GUID is NULL, please check camera is added' \
+    "$(on_channel 191 "$recording")" "$add_rule"
 post 'no service behind a whole rule' 155 -101 \
-    'Internal error get time profile guid fail ret=-101' "$(on_channel 0)"
+    'Internal error get time profile guid fail ret=-101' \
+    "$(on_channel 0)" "$add_rule"
 
-[[ $failures == 0 ]]
+exit "$failed"
