@@ -4,26 +4,18 @@
 # static has the C library's checks in any case.
 set -euo pipefail
 
-failures=0
-# check FILE: against the lines of standard input.
+# check FILE OPTION PATTERN: what readelf shows with the OPTION has a line with the PATTERN.
 check() {
-    while IFS=: read -r what option pattern; do
-        if ! readelf --wide "--$option" "$1" | grep -E "$pattern" >/dev/null; then
-            echo "$1: no $what"
-            failures=$((failures + 1))
-        fi
-    done
+    if ! readelf --wide "$2" "$1" | grep -E "$3" >/dev/null; then
+        echo "$1: $2 shows no $3"
+        exit 1
+    fi
 }
 
-check "$1" <<'END'
-position independence:file-header:Type: +DYN
-position independence:dynamic:FLAGS_1.*PIE
-binding at start (full RELRO):dynamic:FLAGS_1.*NOW
-read-only relocations:program-headers:GNU_RELRO
-stack without execution:program-headers:GNU_STACK .* RW +0x
-END
-check "$2" <<'END'
-stack protector:syms:UND __stack_chk_fail
-checked library calls:syms:UND __(v?snprintf|printf|fprintf|memcpy|read|fread)_chk
-END
-[[ $failures == 0 ]]
+# Position independence and binding at start, read-only relocations, a stack without execution.
+check "$1" --dynamic 'FLAGS_1.* NOW .*PIE'
+check "$1" --program-headers GNU_RELRO
+check "$1" --program-headers 'GNU_STACK .* RW +0x'
+# Stack protector, checked library calls.
+check "$2" --syms 'UND __stack_chk_fail'
+check "$2" --syms 'UND __(v?snprintf|printf|fprintf|memcpy|read|fread)_chk'
