@@ -5,7 +5,7 @@ import json
 import pytest
 
 from rule_client import (ALARM_EVENT, CLASH_LIMIT, Answer, NoAnswer, Refused, Rule, RuleClient, main,
-                         read_entry)
+                         plan, read_entry)
 
 RULE = Rule(ALARM_EVENT, 3, alarm=16, record=10)
 NIGHT = "5C4ED01E000000000000000000000003"
@@ -100,9 +100,8 @@ def test_deletion_is_repeated():
 @pytest.mark.parametrize("other", [
     {}, {"event": [], "content": None}, entry(RULE, "manual"), entry(RULE) | {"event": [{}]},
     entry(RULE) | {"event": entry(RULE)["event"] * 2}])
-def test_rules_made_otherwise_are_not_taken_for_quick_ones(other):
-    listed = read_entry(other)
-    assert not listed.quick or listed.rule is None
+def test_rules_made_otherwise_are_left_alone(other):
+    assert plan({}, [other], delete_others=True) == []
 
 
 @pytest.fixture
