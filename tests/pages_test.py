@@ -29,10 +29,8 @@ def test_the_program_sends_the_multicall_of_the_page(recorder):
         return comparable(re.sub('"content": "([^"]+)"',
                                  lambda match: base64.b64decode(match[1]).decode(), document))
 
-    documents = [(command, printed)
-                 for command, printed in read_examples(PROJECT / "docs/config-service.md")
-                 if re.match(r"\w+=", command)]
-    shown = run_examples([*documents, ('printf %s "$multicall"', "")], recorder)[-1]
     recorder.client.add(Rule(event=536936448, channel=3, record=10))
     sent = re.findall(r"multicallData=\[(.*)\]", (recorder.state / "rule.log").read_text())[-1]
+    examples = read_examples(PROJECT / "docs/config-service.md")
+    shown = run_examples([*examples, ('printf %s "$multicall"', "")], recorder)[-1]
     assert decoded(shown) == decoded(sent)
