@@ -110,8 +110,7 @@ def command(recorder, tmp_path, monkeypatch, capsys):
     all that it prints. New files are private, as ~/.netrc must be, because the recorder's are."""
     login = "machine 127.0.0.1 login {0.user} password {0.password}".format(recorder)
     (tmp_path / ".netrc").write_text(login)
-    monkeypatch.setenv("HOME", str(tmp_path))
-    monkeypatch.setenv("RULE_URL", recorder.url)
+    monkeypatch.setattr("os.environ", {"HOME": str(tmp_path), "RULE_URL": recorder.url})
     monkeypatch.chdir(tmp_path)
 
     def run(*arguments, rules=""):
