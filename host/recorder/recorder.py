@@ -183,7 +183,7 @@ def wait_until(condition, seconds=60):
     """Waits until `condition()` is true, or for that many seconds; returns its last value."""
     end = time.monotonic() + seconds
     while not (value := condition()) and time.monotonic() < end:
-        time.sleep(0.02)
+        time.sleep(0.002)
     return value
 
 
