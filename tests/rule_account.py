@@ -36,3 +36,16 @@ def opened(path):
         yield database
 
 
+def read_rules(path):
+    """The GUIDs by name of the rules in the database, each with as many profiles as the name's last digit
+    says. No two rules have the same profile, and there are no others."""
+    with opened(path) as database:
+        rules = database.execute("SELECT name, guid, count(profile) FROM node"
+                                 " LEFT JOIN rule_profile ON rule = id WHERE type = 0 GROUP BY id").fetchall()
+        profiles = database.execute("SELECT id FROM node WHERE type != 0 ORDER BY id").fetchall()
+        references = database.execute("SELECT profile FROM rule_profile ORDER BY profile").fetchall()
+    require(profiles == references, "profiles:", profiles, "of rules:", references)
+    for name, _, count in rules:
+        require(name.endswith(f"-{count}"), "not the rule that was made:", name, count)
+    require(len({name for name, *_ in rules}) == len(rules), "a rule was made twice:", rules)
+    return {name: guid for name, guid, _ in rules}

@@ -3,172 +3,100 @@
 import argparse
 import collections
 import concurrent.futures
-import json
 import random
-import re
 import sys
 import time
 
 import recorder as driver
 from recorder import Recorder, Rule, RuleClient, wait_until
-from rule_account import Fault, read_rules, require
+from rule_account import Fault, read_answer, read_rules, require
+from rule_client import NoAnswer, Refused
 
 CHANNELS = (0, 1, 2, 3, 4, 5, 6, 7, 10, 191)
 EVENTS = (0x20010000, 0x20060001, 0x20060002, 0x20060003, 0x200A0001, 0x200C0001)
-MOST_RULES = 4  # of one client; with more, most GUIDs of the few channels are in use
-# Refusals that can happen to a sound rule.
-DUPLICATE_OR_CLASH = "Warning chIdx=|Error add rule multicall reply fail"
-MISTAKES = [  # and the code of the answer
-    ("POST", b'{"rule": ', -101),
-    ("POST", json.dumps(Rule(EVENTS[0], 9).document()).encode(), -200),
-    ("DELETE", b'{"ruleGUID": "A"}', -303),
-]
-
-KILL_CLIENTS = 4
+KILL_CLIENTS, LOAD_CLIENTS = 4, 16
 REQUESTS_IN_A_ROUND = 8  # of a client
 LONGEST_ROUND = 0.15  # seconds from the first request to the kill
-LOAD_CLIENTS = 16
 
 
-def random_rule(name):
-    """A rule whose name ends in the number of its profiles."""
-    channel, record = random.sample(CHANNELS, 2)
-    record = random.choice((record, None))
-    return Rule(random.choice(EVENTS), channel, alarm=0, record=record,
-                name=f"{name}-{1 if record is None else 2}")
+class Client(RuleClient):
+    """A client with rules of its own, of which it keeps account. No other client makes rules for the
+    same event and channel. Each answer must be well formed."""
 
-
-def ask(recorder, method, body=b"", client=None):
-    """The result in an answer, which must be well formed."""
-    answer = recorder.request(method, "?func=addRule" if method == "POST" else "", body, client)
-    result = json.loads(answer.body)
-    status = {0: 200, -2: 401}.get(result.get("ret_code", 0), 400)
-    require(answer.status == status and answer.body.endswith(b"\n\n") and
-            answer.headers["Content-Type"] == "application/json", "not an answer:", answer)
-    return result
-
-
-def listed(document):
-    return {rule["name"]: rule["GUID"] for rule in document["ruleList"]}
-
-
-class Client:
-    """One of the clients of a recorder, with rules of its own, of which it keeps account."""
-
-    def __init__(self, recorder, number, service_is_killed):
-        self.recorder = recorder
-        self.stranger = RuleClient(recorder.url)
+    def __init__(self, recorder, number, pauses):
+        super().__init__(recorder.url, recorder.user, recorder.password)
+        self.pauses = pauses
         self.prefix = f"c{number}-"
-        self.service_is_killed = service_is_killed
-        self.rules = {}  # GUIDs by name, or None before the list has told it
-        self.unknown = set()  # the names of rules that may be there
+        self.event = EVENTS[number % len(EVENTS)]
+        self.channels = CHANNELS[number // len(EVENTS)::3]
+        self.names = {}  # of its rules, by channel
         self.figures = collections.Counter()
 
+    def request(self, *arguments):
+        self.figures["requests"] += 1
+        answer = super().request(*arguments)
+        document = read_answer(answer.status, answer.headers["Content-Type"], answer.body)
+        self.figures["refusals"] += document.get("ret_code", 0) != 0
+        return answer
+
     def run(self, requests):
-        for _ in range(requests):
-            self.figures["requests"] += 1
-            if random.random() < 0.2:
-                self.make_mistake()
-            elif random.random() < 0.2:
-                self.look()
-            elif len(self.rules) < MOST_RULES:
-                self.add()
+        end = self.figures["requests"] + requests
+        while self.figures["requests"] < end:
+            free = [channel for channel in self.channels if channel not in self.names]
+            if free:
+                self.add_one(random.choice(free))
             else:
-                self.delete([rule for rule in self.rules.items() if rule[1]])
+                self.delete_all()
 
-    def make_mistake(self):
-        method, body, code = random.choice(MISTAKES)
-        client, code = random.choice([(None, code), (self.stranger, -2)])
-        result = ask(self.recorder, method, body, client)
-        require(result["ret_code"] == code, "a mistake:", result)
+    def add_one(self, channel):
+        record = random.choice((None, *CHANNELS))
+        # The name ends in the number of the rule's profiles.
+        name = f"{self.prefix}{self.figures['rules made']}-{1 if record is None else 2}"
+        require(self.add(Rule(self.event, channel, record=record, name=name)), "made before:", name)
+        self.names[channel] = name
+        self.figures["rules made"] += 1
 
-    def look(self):
-        document = ask(self.recorder, "GET")
-        if "ruleList" in document:
-            self.settle(listed(document))
-        else:
-            self.require_failure("Request failed", document)
-
-    def add(self):
-        rule = random_rule(f"{self.prefix}{self.figures['requests']}")
-        result = ask(self.recorder, "POST", json.dumps(rule.document()).encode())
-        if result["ret_code"] == 0:
-            self.rules[rule.name] = None
-            self.figures["rules made"] += 1
-        elif not re.match(DUPLICATE_OR_CLASH, result["ret_mesg"]):
-            failure = self.require_failure("Internal error get |Error ROVA POST", result)
-            if failure[0].startswith("Error"):
-                self.unknown.add(rule.name)
-                self.figures["cut off"] += 1
-
-    def delete(self, rules):
-        guids = [*(guid for _, guid in rules), "F" * 32]
-        result = ask(self.recorder, "DELETE", json.dumps({"ruleGUID": guids}).encode())
-        deleted = len(rules)
-        if result["ret_code"] != 0:
-            deleted = int(self.require_failure(r"<(\d)> Error ROVA Delete", result)[1])
-            self.unknown.update(name for name, _ in rules[deleted:deleted + 1])
-            self.figures["cut off"] += 1
-        for name, _ in rules[:deleted + 1]:
-            del self.rules[name]
-        self.figures["rules deleted"] += deleted
-
-    def require_failure(self, pattern, result):
-        """The match of the refusal that tells of a service that was killed."""
-        match = re.match(pattern, result["ret_mesg"])
-        require(self.service_is_killed and match, "refused:", result)
-        return match
-
-    def settle(self, rules):
-        """The client's own among the rules that are there must be those that its answers tell of."""
-        own = {name: guid for name, guid in rules.items() if name.startswith(self.prefix)}
-        lost, foreign = self.rules.keys() - own.keys(), own.keys() - self.rules.keys() - self.unknown
-        require(not lost and not foreign, "rules lost:", lost, "rules that should not be:", foreign)
-        self.rules = own
-        self.unknown.clear()
+    def delete_all(self):
+        own = {entry["name"]: entry["GUID"] for entry in self.list()
+               if entry["name"].startswith(self.prefix)}
+        require(sorted(own) == sorted(self.names.values()), "rules:", own, "account:", self.names)
+        self.delete([*own.values(), "F" * 32])
+        self.names.clear()
 
 
-def run_clients(recorder, clients, requests, meanwhile=lambda: None):
-    """Lets each client send requests, and holds the rules that are then there against its account."""
-    with concurrent.futures.ThreadPoolExecutor(len(clients)) as pool:
-        running = [pool.submit(client.run, requests) for client in clients]
-        meanwhile()
-        for each in running:
-            each.result()
-    rules = read_rules(recorder.state / "rules.db")
-    require(listed(ask(recorder, "GET")) == rules, "the list is not the database's")
-    for client in clients:
-        client.settle(rules)
-    require(len(rules) == sum(len(client.rules) for client in clients), "rules of nobody:", rules)
+def kill_service(recorder):
+    """Kills the service at a random moment, and starts it again."""
+    time.sleep(random.uniform(0, LONGEST_ROUND))
+    require(recorder.service.poll() is None, "the service has ended by itself")
+    recorder.service.kill()
+    recorder.service.wait()
+    recorder.start_service()
 
 
-def kill_trial(recorder, kills):
-    """Kills the service at random moments while rules come and go, and starts it again."""
-    def kill_service():
-        time.sleep(random.uniform(0, LONGEST_ROUND))
-        require(recorder.service.poll() is None, "the service has ended by itself")
-        recorder.service.kill()
-        recorder.service.wait()
-        recorder.start_service()
-
-    clients = [Client(recorder, number, True) for number in range(KILL_CLIENTS)]
-    for _ in range(kills):
-        run_clients(recorder, clients, REQUESTS_IN_A_ROUND, kill_service)
-    return clients
-
-
-def load_trial(recorder, requests):
-    """Sends requests on many connections at once."""
-    clients = [Client(recorder, number, False) for number in range(LOAD_CLIENTS)]
-    run_clients(recorder, clients, -(-requests // LOAD_CLIENTS))
-    return clients
+def run_trial(recorder, clients, requests, kills):
+    """Lets each client send requests, once or with each of so many kills, and holds the rules that are
+    then there against the accounts."""
+    for _ in range(kills or 1):
+        with concurrent.futures.ThreadPoolExecutor(len(clients)) as pool:
+            running = [pool.submit(client.run, requests) for client in clients]
+            if kills:
+                kill_service(recorder)
+            for each in running:
+                each.result()
+        rules = read_rules(recorder.state / "rules.db")
+        listed = {entry["name"]: entry["GUID"] for entry in recorder.client.list()}
+        require(listed == rules, "the list is not the database's")
+        names = [name for client in clients for name in client.names.values()]
+        require(sorted(rules) == sorted(names), "rules:", rules, "accounts:", names)
 
 
-def run_trial(trial, count, bin_dir):
-    """The figures of a trial, after which the recorder must be as it was before."""
+def soak(bin_dir, count, requests, kills):
+    """The figures of a trial with so many clients, after which the recorder must be as it was before."""
     with Recorder(bin_dir) as recorder:
         recorder.start()
-        clients = trial(recorder, count)
+        pauses = [0.05] * 200 if kills else []  # nothing fails without a kill
+        clients = [Client(recorder, number, pauses) for number in range(count)]
+        run_trial(recorder, clients, requests, kills)
         require(wait_until(lambda: not recorder.running_programs()), "a program was left behind")
         errors = (recorder.state / "rule_errors.log").read_text()
         require(not errors, errors)
@@ -177,27 +105,22 @@ def run_trial(trial, count, bin_dir):
     return ", ".join(f"{figures[what]} {what}" for what in sorted(figures)) + ", all rules whole"
 
 
-def positive(text):
-    if not text.isdecimal() or int(text) == 0:
-        raise argparse.ArgumentTypeError(f"not a number from 1: {text}")
-    return int(text)
-
-
 def main():
     parser = argparse.ArgumentParser(prog="scripts/soak", description=__doc__)
     parser.add_argument("trial", nargs="?", choices=["kill", "load", "all"], default="all")
-    parser.add_argument("--kills", type=positive, default=300, metavar="N",
+    parser.add_argument("--kills", type=int, default=300, metavar="N",
                         help="how often the kill trial kills the configuration service (300)")
-    parser.add_argument("--requests", type=positive, default=5000, metavar="N",
+    parser.add_argument("--requests", type=int, default=5000, metavar="N",
                         help="how many requests the load trial sends (5,000)")
     arguments = parser.parse_args()
     bin_dir = driver.build_programs()
-    trials = {"kill": (kill_trial, arguments.kills), "load": (load_trial, arguments.requests)}
-    for name, (trial, count) in trials.items():
+    trials = {"kill": (KILL_CLIENTS, REQUESTS_IN_A_ROUND, arguments.kills),
+              "load": (LOAD_CLIENTS, -(-arguments.requests // LOAD_CLIENTS), 0)}
+    for name, trial in trials.items():
         if arguments.trial in (name, "all"):
             try:
-                print(f"{name}: {run_trial(trial, count, bin_dir)}")
-            except Fault as fault:
+                print(f"{name}: {soak(bin_dir, *trial)}")
+            except (Fault, NoAnswer, Refused) as fault:
                 sys.exit(f"{name}: FAULT: {fault}")
 
 
