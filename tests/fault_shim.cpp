@@ -17,9 +17,9 @@
 namespace
 {
 
-long* map_count()
+long* map_count(const char* path)
 {
-    const int file = ::open(std::getenv("RULE_FAULT_COUNT"), O_RDWR | O_CLOEXEC);
+    const int file = ::open(path, O_RDWR | O_CLOEXEC);
     void* const count = ::mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     ::close(file);
     return static_cast<long*>(count);
@@ -28,12 +28,14 @@ long* map_count()
 bool strikes(std::string_view kind)
 {
     const char* const fault = std::getenv("RULE_FAULT");
-    if (fault == nullptr || std::string_view(fault).substr(0, kind.size()) != kind) {
+    const char* const path = std::getenv("RULE_FAULT_COUNT");
+    if (fault == nullptr || path == nullptr ||
+        std::string_view(fault).substr(0, kind.size()) != kind) {
         return false;
     }
     static long* count = nullptr;
     if (count == nullptr) {
-        count = map_count();
+        count = map_count(path);
     }
     char* end = nullptr;
     const long first = std::strtol(fault + kind.size(), &end, 10);

@@ -20,6 +20,7 @@ def read_answer(status, content_type, body):
         document = json.loads(body)
     except ValueError as failure:
         raise Fault(f"not JSON: {body}") from failure
+    require(isinstance(document, dict), "not a result:", body)
     expected = {0: 200, -2: 401}.get(document.get("ret_code", 0), 400)
     require(status == expected and content_type == "application/json" and body.endswith(b"\n\n"),
             "not an answer:", status, content_type, body)
@@ -37,15 +38,16 @@ def opened(path):
 
 
 def read_rules(path):
-    """The GUIDs by name of the rules in the database, each with as many profiles as the name's last digit
-    says. No two rules have the same profile, and there are no others."""
+    """The GUIDs by name of the rules in the database. Each has as many profiles as the last digit of its
+    name says, and each profile belongs to one of them."""
     with opened(path) as database:
-        rules = database.execute("SELECT name, guid, count(profile) FROM node"
-                                 " LEFT JOIN rule_profile ON rule = id WHERE type = 0 GROUP BY id").fetchall()
+        rules = database.execute("SELECT name, guid, count(profile) FROM node LEFT JOIN rule_profile"
+                                 " ON rule = id WHERE type = 0 GROUP BY id").fetchall()
         profiles = database.execute("SELECT id FROM node WHERE type != 0 ORDER BY id").fetchall()
-        references = database.execute("SELECT profile FROM rule_profile ORDER BY profile").fetchall()
-    require(profiles == references, "profiles:", profiles, "of rules:", references)
+        used = database.execute("SELECT profile FROM rule_profile ORDER BY profile").fetchall()
+    require(profiles == used, "profiles:", profiles, "of rules:", used)
     for name, _, count in rules:
         require(name.endswith(f"-{count}"), "not the rule that was made:", name, count)
-    require(len({name for name, *_ in rules}) == len(rules), "a rule was made twice:", rules)
-    return {name: guid for name, guid, _ in rules}
+    guids = {name: guid for name, guid, _ in rules}
+    require(len(guids) == len(rules), "a rule was made twice:", rules)
+    return guids
