@@ -41,6 +41,7 @@ KINDS = [*SHIM_KINDS, *(f"{call}={error}" for error, calls in ERRORS.items() for
 # Where nobody is accepted any more, each client waits for its time limit.
 NEVER_LASTING = re.compile(r"accept=\w+|\w+=EINTR")
 NO_FAULT = "65535"  # the number of a fault that never strikes
+NO_RULE = "F" * 32  # a GUID that none has; its deletion is a transaction that changes nothing
 
 # After these the answer is the usual one.
 HARMLESS = re.compile(r"transfer:.*|\w+=EINTR:.*")
@@ -120,6 +121,7 @@ class Bench:
         self.database = recorder.state / "rules.db"
         self.mark = recorder.state / "fault"  # what tells how often the fault could have struck
         self.library_ends = 0  # processes that the C library has ended
+        self.is_blocked = False  # whether the service refuses all that follows a single failure
         recorder.start_service()
         for rule in KEPT:
             recorder.run_program("POST", json.dumps(rule.document()).encode())
@@ -132,7 +134,7 @@ class Bench:
 
     def describe(self):
         guid, = self.kept.execute("SELECT guid FROM node WHERE type = 0").fetchone()
-        delete = json.dumps({"ruleGUID": [guid, "F" * 32]}).encode()
+        delete = json.dumps({"ruleGUID": [guid, NO_RULE]}).encode()
         add = json.dumps(RULE.document()).encode()
         bad_name = add.replace(b"Dock", b"\xed\xa0\x80")
         return {"add": ("POST", add, b'"ret_code": 0'),
@@ -172,10 +174,18 @@ class Bench:
             service = self.start_service(prefix)
             before = self.count(kind)
             done = self.recorder.run_program(request.method, request.body)
+            is_over = number.isdecimal() and self.count(kind) >= int(number)
+            self.is_blocked = is_over and not wait_until(
+                lambda: service.poll() is not None or self.deletes_nothing())
             service.kill()  # it may not hear of another signal when its calls fail
             status = service.wait()
         wait_until(lambda: kind in SHIM_KINDS or self.mark.read_bytes().endswith(b" +++\n"))
         return done, status, before
+
+    def deletes_nothing(self):
+        """Whether the service carries out a transaction."""
+        body = json.dumps({"ruleGUID": [NO_RULE]}).encode()
+        return b'"ret_code": 0' in self.recorder.run_program("DELETE", body).stdout
 
     def start_service(self, prefix):
         """Starts the service, which may fail, and whose log may not tell that it listens."""
@@ -211,6 +221,7 @@ class Bench:
         allowed = request.states
         if self.target == "service":
             require(is_ended or status in SERVICE_ENDS, "the service ended with", status)
+            require(not self.is_blocked, "the service writes no more")
         if self.target == "service" or not (is_ended or b"write(1" in struck):
             place = "input" if b"read(0" in struck else self.target
             allowed = request.states_after(done, "" if HARMLESS.fullmatch(fault) else place)
