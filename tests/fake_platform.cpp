@@ -17,9 +17,7 @@
 #include "platform/rule_library.h"
 #include "platform/rule_log.h"
 
-struct tagINPUT {
-    st_cgi_parameter found;
-};
+struct tagINPUT : st_cgi_parameter {};  // the parameter that was found last
 
 namespace
 {
@@ -29,58 +27,35 @@ Json::Value& answers(const char* word)
     return fake_platform().answers[word];
 }
 
-void record(const std::string& call)
+// Records a call, whose parts are separated by blanks.
+template <typename... Parts>
+void record(const char* name, Parts... parts)
 {
+    std::ostringstream call;
+    call << name;
+    ((call << ' ' << parts), ...);
     errno = ENOMEM;  // a call may leave it so
     std::vector<std::string>& calls = fake_platform().calls;
-    calls.push_back(call);
+    calls.push_back(call.str());
     if (answers("throwing_at") == static_cast<int>(calls.size()) - 1) {
-        throw std::runtime_error(call);
+        throw std::runtime_error(call.str());
     }
 }
 
-// `arguments` are those that are the same in every call.
-template <typename... Arguments>
-long exchange(const std::string& call, const Json::Value& answered, std::string& reply,
-              Arguments... arguments)
+long reply_with(const Json::Value& answered, std::string& reply)
 {
-    std::ostringstream text;
-    text << call << " with";
-    ((text << ' ' << arguments), ...);
-    record(text.str());
     reply += answered[1].asString();
     return answered[0].asInt64();
 }
 
-// json-c prints less when its buffer cannot grow, and only errno shows it.
-int print_short(json_object*, printbuf* text, int, int)
-{
-    printbuf_strappend(text, "{}");
-    errno = answers("errno").asInt();
-    return 0;
-}
-
-std::string with_query(const char* path, const query_object& query)
-{
-    std::string text = path;
-    for (const auto& [name, value] : query.params) {
-        text.append("?").append(name).append("=").append(value);
-    }
-    return text + query.extra;
-}
-
 }  // namespace
+
+AllocationCount allocations;
 
 FakePlatform& fake_platform()
 {
-    static FakePlatform platform = usual_platform();
+    static FakePlatform platform;
     return platform;
-}
-
-AllocationCount& allocation_count()
-{
-    static AllocationCount allocations = {};
-    return allocations;
 }
 
 Json::Value answer(Json::Int64 result, const std::string& reply)
@@ -91,7 +66,7 @@ Json::Value answer(Json::Int64 result, const std::string& reply)
     return value;
 }
 
-FakePlatform usual_platform()
+void reset_platform(const Json::Value& answers)
 {
     FakePlatform fake;
     fake.answers["func"] = "addRule";
@@ -99,7 +74,10 @@ FakePlatform usual_platform()
         {"name": "Night", "GUID": "AAAA"}, {"name": "_ALL_DAY_", "GUID": "BBBB"}]})");
     fake.answers["rules"] = answer(0, R"({"ruleList": []})");
     fake.answers["multicall"] = answer(0, R"({"err_code": 0, "err_str": ""})");
-    return fake;
+    for (const std::string& word : answers.getMemberNames()) {
+        fake.answers[word] = answers[word];
+    }
+    fake_platform() = fake;
 }
 
 void register_signal_handler()
@@ -117,34 +95,29 @@ tagINPUT* CGI_Get_Input_URL()
 
 st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int reserved)
 {
-    record("parameter " + std::string(name) + " " + std::to_string(reserved));
+    record("parameter", name, reserved);
     if (answers(name).isNull()) {
         return nullptr;
     }
-    input->found = {name, answers(name).asCString()};
-    return &input->found;
+    *input = {{name, answers(name).asCString()}};
+    return input;
 }
 
-// Called after the response and before the token list is released.
+// Called after the response.
 void CGI_Free_Input(tagINPUT* input)
 {
-    const std::vector<std::string>* const tokens = fake_platform().tokens;
-    record((input == nullptr ? "free null after " : "free input after ") +
-           std::to_string(std::ftell(stdout)) + " bytes" +
-           (tokens == nullptr ? "" : ", before " + tokens->front()));
+    record("free", input == nullptr ? "null" : "input", "after", std::ftell(stdout), "bytes");
 }
 
-int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
+int cgi_uri_token_paser(char* path, std::vector<std::string>*)
 {
-    record("tokens " + std::string(path));
-    tokens->emplace_back(path);
-    fake_platform().tokens = tokens;
+    record("tokens", path);
     return answers("tokenizer").asInt();
 }
 
 int cgi_check_user_authentication_v3(tagINPUT*, t_vistra_auth_info*, unsigned int what)
 {
-    record("authentication " + std::to_string(what));
+    record("authentication", what);
     return answers("authentication").asInt();
 }
 
@@ -168,57 +141,54 @@ int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 int get_all_rules(json_object** out)
 {
     record("rules");
-    const int result = answers("rules")[0].asInt();
+    std::string list;
+    const long result = reply_with(answers("rules"), list);
     if (result == 0) {
-        allocation_count().is_on = false;  // json-c's parser does not survive a lack of memory
+        allocations.is_on = false;  // json-c's parser does not survive a lack of memory
         json_tokener* const tokener = json_tokener_new_ex(4000);
         json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-        *out = json_tokener_parse_ex(tokener, answers("rules")[1].asCString(), -1);
+        *out = json_tokener_parse_ex(tokener, list.c_str(), -1);
         json_tokener_free(tokener);
-        if (!answers("errno").isNull()) {
-            json_object_set_serializer(*out, print_short, nullptr, nullptr);
-        }
-        allocation_count().is_on = true;
+        allocations.is_on = true;
     }
-    return result;
+    return static_cast<int>(result);
 }
 
 void rule_log(const char* format, ...)
 {
+    char text[1 << 16];
     va_list arguments;
     va_start(arguments, format);
-    char* text = nullptr;
-    if (vasprintf(&text, format, arguments) >= 0) {
-        fake_platform().log.emplace_back(text);
-        free(text);
-    }
+    std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
+    fake_platform().log.emplace_back(text);
 }
 
 long rova_GET_request(const char* host, int port, const char* path, query_object* query,
                       std::string& reply, long timeout, bool first, bool second, int third,
                       char** fourth)
 {
-    return exchange("GET " + with_query(path, *query), answers("schedules"), reply, host, port,
-                    timeout, first, second, third, fourth);
+    record("GET", host, port, timeout, first, second, third, fourth, path, query->params.size());
+    return reply_with(answers("schedules"), reply);
 }
 
 long rova_POST_request(const char* host, int port, const char* path, std::string body,
                        std::string& reply, long timeout, bool first, bool second, int third,
                        char** fourth)
 {
-    return exchange("POST " + std::string(path) + " " + body, answers("multicall"), reply, host,
-                    port, timeout, first, second, third, fourth);
+    record("POST", host, port, timeout, first, second, third, fourth, path, body);
+    return reply_with(answers("multicall"), reply);
 }
 
 long rova_DELETE_request(const char* host, int port, const char* path, query_object* query,
                          std::string& reply, long timeout, bool first, bool second, int third,
                          char** fourth)
 {
-    const Json::Value scripted = answers("deletion")[fake_platform().deletions++];
-    return exchange("DELETE " + with_query(path, *query),
-                    scripted.isNull() ? answer(0, R"({"err_code": 0})") : scripted, reply, host,
-                    port, timeout, first, second, third, fourth);
+    record("DELETE", host, port, timeout, first, second, third, fourth, path, query->params.size(),
+           query->params["GUID"]);
+    Json::Value answered = answer(0, R"({"err_code": 0})");
+    answers("deletion").removeIndex(0, &answered);
+    return reply_with(answered, reply);
 }
 
 // Not base64, so that the documents of a test can be read.
@@ -234,10 +204,7 @@ extern "C" int usleep(unsigned int microseconds)
     return 0;
 }
 
-// Each call is one later.
 int64_t current_time_stamp()
 {
-    const int64_t now = answers("clock").asInt64();
-    answers("clock") = now + 1;
-    return now;
+    return answers("clock").asInt64();
 }

@@ -12,16 +12,20 @@ struct FakePlatform {
     // throws.
     Json::Value answers;
 
-    // Each call with its arguments, in order, and each message as logged.
-    std::vector<std::string> calls;
+    std::vector<std::string> calls;  // each with its arguments
     std::vector<std::string> log;
     unsigned int pauses = 0;  // in microseconds; they pass at once
-    unsigned int deletions = 0;
-    const std::vector<std::string>* tokens = nullptr;  // the program's list, once the path is split
 };
 
 // The one platform of this process.
 FakePlatform& fake_platform();
+
+// Replaces it. Cameras are on channels 1, 3, 10 and 191, there is an all-day profile, no rule, and
+// the URI parameter func=addRule, and every call succeeds, unless `answers` say otherwise.
+void reset_platform(const Json::Value& answers);
+
+// The answer of a service.
+Json::Value answer(Json::Int64 result, const std::string& reply);
 
 // The allocations of the JSON libraries while the program runs.
 struct AllocationCount {
@@ -30,11 +34,4 @@ struct AllocationCount {
     long failing;  // 0 is none
 };
 
-AllocationCount& allocation_count();
-
-// Cameras on channels 1, 3, 10 and 191, a schedule list with an all-day profile, an empty rule
-// list, success of every call, and the URI parameter func=addRule.
-FakePlatform usual_platform();
-
-// The answer of a service.
-Json::Value answer(Json::Int64 result, const std::string& reply);
+extern AllocationCount allocations;

@@ -22,16 +22,12 @@ void set_variable(const char* name, const Json::Value& value)
 
 bool allocation_fails()
 {
-    AllocationCount& allocations = allocation_count();
     return allocations.is_on && ++allocations.count == allocations.failing;
 }
 
 Outcome run_request(const Json::Value& request)
 {
-    fake_platform() = usual_platform();
-    for (const std::string& word : request.getMemberNames()) {
-        fake_platform().answers[word] = request[word];
-    }
+    reset_platform(request);
     std::string body = request["body"].asString();
     const Json::Value length = body.empty() ? Json::Value() : std::to_string(body.size());
     set_variable("REQUEST_METHOD", request["method"]);
@@ -42,12 +38,12 @@ Outcome run_request(const Json::Value& request)
     size_t output_length = 0;
     FILE* const real_input = std::exchange(stdin, fmemopen(body.data(), body.size(), "r"));
     FILE* const real_output = std::exchange(stdout, open_memstream(&output, &output_length));
-    allocation_count() = {true, 0, request["allocation"].asInt64()};
+    allocations = {true, 0, request["allocation"].asInt64()};
     const int status = rule_operation_main();
-    allocation_count().is_on = false;
+    allocations.is_on = false;
     std::fclose(std::exchange(stdin, real_input));
     std::fclose(std::exchange(stdout, real_output));
-    Outcome outcome = {std::string(output, output_length), status, allocation_count().count};
+    Outcome outcome = {std::string(output, output_length), status, allocations.count};
     free(output);
     return outcome;
 }
