@@ -35,9 +35,8 @@ void record(const char* name, Parts... parts)
     call << name;
     ((call << ' ' << parts), ...);
     errno = ENOMEM;  // a call may leave it so
-    std::vector<std::string>& calls = fake_platform().calls;
-    calls.push_back(call.str());
-    if (answers("throwing_at") == static_cast<int>(calls.size()) - 1) {
+    fake_platform().calls.push_back(call.str());
+    if (answers("throwing_at").asUInt() == fake_platform().calls.size()) {
         throw std::runtime_error(call.str());
     }
 }
@@ -141,17 +140,16 @@ int get_cmsvr_conf_array(st_cmsvr_conf_array& array)
 int get_all_rules(json_object** out)
 {
     record("rules");
-    std::string list;
-    const long result = reply_with(answers("rules"), list);
+    const int result = answers("rules")[0].asInt();
     if (result == 0) {
         allocations.is_on = false;  // json-c's parser does not survive a lack of memory
         json_tokener* const tokener = json_tokener_new_ex(4000);
         json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-        *out = json_tokener_parse_ex(tokener, list.c_str(), -1);
+        *out = json_tokener_parse_ex(tokener, answers("rules")[1].asCString(), -1);
         json_tokener_free(tokener);
         allocations.is_on = true;
     }
-    return static_cast<int>(result);
+    return result;
 }
 
 void rule_log(const char* format, ...)
@@ -161,7 +159,7 @@ void rule_log(const char* format, ...)
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    fake_platform().log.emplace_back(text);
+    fake_platform().log.append(text);
 }
 
 long rova_GET_request(const char* host, int port, const char* path, query_object* query,

@@ -8,13 +8,13 @@
 
 struct FakePlatform {
     // What the platform answers, by the words of request_cases.txt: a call has its result, or its
-    // result and its reply; null is what is not there. "throwing_at" is the position of a call that
-    // throws.
+    // result and its reply; null is what is not there. "throwing_at" is the position, from 1, of a
+    // call that throws.
     Json::Value answers;
 
     std::vector<std::string> calls;  // each with its arguments
-    std::vector<std::string> log;
-    unsigned int pauses = 0;  // in microseconds; they pass at once
+    Json::Value log;                 // a list of the messages
+    unsigned int pauses = 0;         // in microseconds; they pass at once
 };
 
 // The one platform of this process.

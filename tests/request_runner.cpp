@@ -10,16 +10,6 @@
 // The program's own `main`, under this name in the test programs.
 int rule_operation_main();
 
-namespace
-{
-
-void set_variable(const char* name, const Json::Value& value)
-{
-    value.isNull() ? unsetenv(name) : setenv(name, value.asCString(), 1);
-}
-
-}  // namespace
-
 bool allocation_fails()
 {
     return allocations.is_on && ++allocations.count == allocations.failing;
@@ -28,6 +18,9 @@ bool allocation_fails()
 Outcome run_request(const Json::Value& request)
 {
     reset_platform(request);
+    const auto set_variable = [](const char* name, const Json::Value& value) {
+        value.isNull() ? unsetenv(name) : setenv(name, value.asCString(), 1);
+    };
     std::string body = request["body"].asString();
     const Json::Value length = body.empty() ? Json::Value() : std::to_string(body.size());
     set_variable("REQUEST_METHOD", request["method"]);
