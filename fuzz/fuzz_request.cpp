@@ -14,7 +14,6 @@
 
 #include "rule_operation/front_end/response.h"
 #include "tests/fake_platform.h"
-#include "tests/request_runner.h"
 
 namespace
 {

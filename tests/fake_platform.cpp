@@ -5,9 +5,11 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/camera_config.h"
 #include "platform/cgi_input.h"
@@ -16,11 +18,24 @@
 #include "platform/device_utility.h"
 #include "platform/rule_library.h"
 #include "platform/rule_log.h"
+#include "tests/failing_allocation.h"
 
-struct tagINPUT : st_cgi_parameter {};  // the parameter that was found last
+// The program's own `main`, under this name in the test programs.
+int rule_operation_main();
+
+// The parameter that was found last.
+struct tagINPUT : st_cgi_parameter {
+};
 
 namespace
 {
+
+// The allocations of the JSON libraries while the program runs.
+struct AllocationCount {
+    bool is_on;
+    long count;
+    long failing;  // 0 is none
+} allocations;
 
 Json::Value& answers(const char* word)
 {
@@ -47,9 +62,26 @@ long reply_with(const Json::Value& answered, std::string& reply)
     return answered[0].asInt64();
 }
 
-}  // namespace
+void set_variable(const char* name, const Json::Value& value)
+{
+    value.isNull() ? unsetenv(name) : setenv(name, value.asCString(), 1);
+}
 
-AllocationCount allocations;
+void reset_platform(const Json::Value& request)
+{
+    FakePlatform fake;
+    fake.answers["func"] = "addRule";
+    fake.answers["schedules"] =
+        answer(0, R"({"err_code": 0, "content": [{"name": "_ALL_DAY_", "GUID": "BBBB"}]})");
+    fake.answers["rules"] = answer(0, R"({"ruleList": []})");
+    fake.answers["multicall"] = answer(0, R"({"err_code": 0, "err_str": ""})");
+    for (const std::string& word : request.getMemberNames()) {
+        fake.answers[word] = request[word];
+    }
+    fake_platform() = fake;
+}
+
+}  // namespace
 
 FakePlatform& fake_platform()
 {
@@ -65,18 +97,32 @@ Json::Value answer(Json::Int64 result, const std::string& reply)
     return value;
 }
 
-void reset_platform(const Json::Value& answers)
+Outcome run_request(const Json::Value& request)
 {
-    FakePlatform fake;
-    fake.answers["func"] = "addRule";
-    fake.answers["schedules"] = answer(0, R"({"err_code": 0, "content": [
-        {"name": "Night", "GUID": "AAAA"}, {"name": "_ALL_DAY_", "GUID": "BBBB"}]})");
-    fake.answers["rules"] = answer(0, R"({"ruleList": []})");
-    fake.answers["multicall"] = answer(0, R"({"err_code": 0, "err_str": ""})");
-    for (const std::string& word : answers.getMemberNames()) {
-        fake.answers[word] = answers[word];
-    }
-    fake_platform() = fake;
+    reset_platform(request);
+    std::string body = request["body"].asString();
+    const Json::Value length = body.empty() ? Json::Value() : std::to_string(body.size());
+    set_variable("REQUEST_METHOD", request["method"]);
+    set_variable("PATH_INFO", request["path"]);
+    set_variable("CONTENT_LENGTH", request.get("length", length));
+
+    char* output = nullptr;
+    size_t output_length = 0;
+    FILE* const real_input = std::exchange(stdin, fmemopen(body.data(), body.size(), "r"));
+    FILE* const real_output = std::exchange(stdout, open_memstream(&output, &output_length));
+    allocations = {true, 0, request["allocation"].asInt64()};
+    const int status = rule_operation_main();
+    allocations.is_on = false;
+    std::fclose(std::exchange(stdin, real_input));
+    std::fclose(std::exchange(stdout, real_output));
+    Outcome outcome = {std::string(output, output_length), status, allocations.count};
+    free(output);
+    return outcome;
+}
+
+bool allocation_fails()
+{
+    return allocations.is_on && ++allocations.count == allocations.failing;
 }
 
 void register_signal_handler()
@@ -102,7 +148,6 @@ st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* name, int res
     return input;
 }
 
-// Called after the response.
 void CGI_Free_Input(tagINPUT* input)
 {
     record("free", input == nullptr ? "null" : "input", "after", std::ftell(stdout), "bytes");
@@ -159,7 +204,7 @@ void rule_log(const char* format, ...)
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    fake_platform().log.append(text);
+    fake_platform().log.emplace_back(text);
 }
 
 long rova_GET_request(const char* host, int port, const char* path, query_object* query,

@@ -6,7 +6,6 @@
 
 #include "rule_operation/shared/diagnostics.h"
 #include "tests/fake_platform.h"
-#include "tests/request_runner.h"
 
 int main()
 {
@@ -20,10 +19,12 @@ int main()
     Json::Value result;
     result["response"] = outcome.response;
     result["exit_status"] = outcome.exit_status;
-    result["log"] = fake_platform().log;
     result["pauses"] = fake_platform().pauses;
     for (const std::string& call : fake_platform().calls) {
         result["calls"].append(call);
+    }
+    for (const std::string& message : fake_platform().log) {
+        result["log"].append(message);
     }
     Json::StreamWriterBuilder writer;
     writer["emitUTF8"] = true;  // the bytes as they are
