@@ -17,11 +17,8 @@ def read_camera(value):
     return [int(channel), int(first_byte), guid]
 
 
-def read_text(value):
-    return value or None
-
-
-GIVEN = dict.fromkeys(["method", "length", "path", "func", "GUID", "input"], read_text)
+GIVEN = dict.fromkeys(["method", "length", "path", "func", "GUID", "input"],
+                      lambda text: text or None)
 GIVEN.update(dict.fromkeys(["table", "authentication", "tokenizer", "clock"], int))
 GIVEN.update(dict.fromkeys(["schedules", "rules", "multicall"], read_reply))
 GIVEN_REPEATEDLY = {"camera": read_camera, "deletion": read_reply}
