@@ -19,6 +19,7 @@ int main()
     Json::Value result;
     result["response"] = outcome.response;
     result["exit_status"] = outcome.exit_status;
+    result["allocations"] = Json::Int64(outcome.allocations);
     result["pauses"] = fake_platform().pauses;
     for (const std::string& call : fake_platform().calls) {
         result["calls"].append(call);
