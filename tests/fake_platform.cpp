@@ -69,16 +69,15 @@ void set_variable(const char* name, const Json::Value& value)
 
 void reset_platform(const Json::Value& request)
 {
-    FakePlatform fake;
-    fake.answers["func"] = "addRule";
-    fake.answers["schedules"] =
+    fake_platform() = FakePlatform();
+    answers("func") = "addRule";
+    answers("schedules") =
         answer(0, R"({"err_code": 0, "content": [{"name": "_ALL_DAY_", "GUID": "BBBB"}]})");
-    fake.answers["rules"] = answer(0, R"({"ruleList": []})");
-    fake.answers["multicall"] = answer(0, R"({"err_code": 0, "err_str": ""})");
+    answers("rules") = answer(0, R"({"ruleList": []})");
+    answers("multicall") = answer(0, R"({"err_code": 0, "err_str": ""})");
     for (const std::string& word : request.getMemberNames()) {
-        fake.answers[word] = request[word];
+        answers(word.c_str()) = request[word];
     }
-    fake_platform() = fake;
 }
 
 }  // namespace
