@@ -75,7 +75,7 @@ def check_calls(case, outcome):
 
 def check_creation(case, call, pauses):
     assert call.startswith(f"POST {FIXED} /cfg/multicalls {{")
-    assert pauses == 1800 * call.count('"GUID": ')
+    assert pauses == 1800 * call.count('"GUID": ')  # microseconds
     for text in case.posts:
         assert text in call
 
