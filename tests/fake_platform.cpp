@@ -246,7 +246,10 @@ extern "C" int usleep(unsigned int microseconds)
     return 0;
 }
 
+// Each call is one later.
 int64_t current_time_stamp()
 {
-    return answers("clock").asInt64();
+    const int64_t now = answers("clock").asInt64();
+    answers("clock") = now + 1;
+    return now;
 }

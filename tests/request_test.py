@@ -8,7 +8,7 @@ import subprocess
 import pytest
 
 from recorder import PROJECT, record_exchange
-from request_cases import CASES, read_cases
+from request_cases import CASES
 
 STATUS = {None: "200 OK", 0: "200 OK", -3: "200 OK", -2: "401 Unauthorized"}
 FIXED = "127.0.0.1 10141 15 0 0 0 0"  # arguments of every call of a service
@@ -140,12 +140,3 @@ def test_a_lack_of_memory_is_answered_or_harmless(bin_dir):
 def test_log_formats_are_cut_at_255_bytes(bin_dir):
     log = run(bin_dir, {"method": "PUT", "body": "", "message": 300 * "x"})["log"]
     assert log == ["[f](1) ".ljust(255, "x")]
-
-
-@pytest.mark.parametrize("fields, mistake", [
-    ("= a | GET | >> 1\n  1\ntabel 1", "cases:4: tabel 1"),
-    ("= a | table one", "cases:2: table one"),
-])
-def test_a_mistake_in_a_case_is_reported(fields, mistake):
-    with pytest.raises(ValueError, match=mistake):
-        read_cases("define ADD_RULE x\n" + fields, "cases")
