@@ -55,7 +55,6 @@ NO_CALLS = "calls is not a list of 1 to 16 calls"
 
 GET = b"GET /cfg/Rule HTTP/1.1\r\nHost: 127.0.0.1:10141\r\n"
 POST = GET.replace(b"GET /cfg/Rule", b"POST /cfg/multicalls")
-JSON = POST + b"Content-Type: application/json\r\n"
 NO_RULES = '{"err_code": 0, "err_str": "", "content": []}'
 NO_PROGRAM = refusal(0x94062A01, "not a request of a program here")
 WRONG_METHOD = refusal(0x94062A03, "this path takes only GET, DELETE")
@@ -67,7 +66,8 @@ def with_head(size):
 
 
 def with_body(size):
-    return JSON + b"Content-Length: %d\r\n\r\n" % size + b"{}".ljust(size)
+    head = POST + b"Content-Type: application/json\r\nContent-Length: %d\r\n\r\n" % size
+    return head + b"{}".ljust(size)
 
 
 REQUESTS = {
@@ -169,7 +169,6 @@ def test_request(service, request_bytes, status, body):
 
 def test_what_is_not_a_whole_rule_is_refused_and_nothing_of_it_kept(service):
     for part, other, text in REFUSED:
-        assert part in WHOLE_RULE
         reply = post(WHOLE_RULE.replace(part, other, 1))
         assert re.fullmatch(r'{"err_code": -\d+, "err_str": "(.*)"}', reply)[1] == text
         assert ask("GET", "/cfg/Rule") == NO_RULES

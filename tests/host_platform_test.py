@@ -2,7 +2,6 @@
 service that answers with given bytes."""
 
 import base64
-import concurrent.futures
 import contextlib
 import json
 import os
@@ -10,6 +9,7 @@ import re
 import socket
 import subprocess
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
@@ -30,8 +30,7 @@ def log_messages(recorder):
     """The messages in the log after the torn line, each on a line of the usual form."""
     torn, *lines = (recorder.state / "rule.log").read_text().split("\n")
     assert torn == "torn"
-    start = r"2\d{3}-[01]\d-[0-3]\dT[0-2]\d:[0-5]\d:[0-5]\d\.\d{6}Z \[\d+\] "
-    return [re.fullmatch(f"{start}(.*)", line)[1] for line in lines[:-1]]
+    return [re.fullmatch(r"\S{19}\.\d{6}Z \[\d+\] (.*)", line)[1] for line in lines[:-1]]
 
 
 def ask(recorder, method, body=b"", query="func=addRule", *variables):
@@ -45,7 +44,7 @@ def ask(recorder, method, body=b"", query="func=addRule", *variables):
 
 def exchange(recorder, reply, method="GET", body=b""):
     """What `ask` returns, and the request to a service that sends these bytes."""
-    with socket.create_server(SERVICE) as server, concurrent.futures.ThreadPoolExecutor() as pool:
+    with socket.create_server(SERVICE) as server, ThreadPoolExecutor() as pool:
         asked = pool.submit(ask, recorder, method, body)
         server.settimeout(60)
         connection, _ = server.accept()
@@ -98,8 +97,7 @@ def test_call_that_fails(reply, result, reason, recorder):
 def test_exchange_ends_in_time(recorder):
     """Whether the service accepts no connection or sends a byte now and then."""
     (recorder.state / "rule.log").write_text("torn\n")
-    with socket.create_server(SERVICE, backlog=0) as server, \
-            concurrent.futures.ThreadPoolExecutor() as pool:
+    with socket.create_server(SERVICE, backlog=0) as server, ThreadPoolExecutor() as pool:
         start = time.monotonic()
         running = [pool.submit(recorder.run_program, "GET")]
         connection, _ = server.accept()
@@ -176,16 +174,15 @@ def test_reply_with_a_rule_list(reply, code, reason, recorder):
 
 def test_rule_list_has_each_rule_with_its_profiles(recorder):
     rule = ("<rule><a>1</a><a>2</a><EventProfiles><x>E</x><evtpf0>E</evtpf0><evtpf1>A</evtpf1>"
-            "</EventProfiles><ActionProfiles><actpf0>A</actpf0></ActionProfiles></rule>")
-    event = "<event_profile><EventID>7</EventID></event_profile>"
-    nodes = [b"7", node(0, "R1", rule), node(3, "E", event), node(4, "A", "<b/>"),
+            "</EventProfiles><ActionProfiles><x>A</x><actpf0>A</actpf0></ActionProfiles></rule>")
+    nodes = [b"7", node(0, "R1", rule), node(3, "E", "<e><ID>7</ID></e>"), node(4, "A", "<b/>"),
              node(3, "E", "<second/>"), node(0, "R2", "<rule>"), b'{"type":0,"content":"?"}']
     answer, messages, _ = exchange(recorder, PLAIN + LIST % b",".join(nodes))
     assert answer == (
         '{ "ruleList": [ { "GUID": "R1", "name": "N", "content": { "rule": { "a": "1", '
         '"EventProfiles": { "x": "E", "evtpf0": "E", "evtpf1": "A" }, '
-        '"ActionProfiles": { "actpf0": "A" } } }, "event": [ { "GUID": "E", "name": "N", '
-        '"content": { "event_profile": { "EventID": "7" } } } ], '
+        '"ActionProfiles": { "x": "A", "actpf0": "A" } } }, '
+        '"event": [ { "GUID": "E", "name": "N", "content": { "e": { "ID": "7" } } } ], '
         '"action": [ { "GUID": "A", "name": "N", "content": { "b": "" } } ] }, '
         '{ "GUID": "R2", "name": "N", "event": [ ], "action": [ ] }, '
         '{ "GUID": "", "name": "", "event": [ ], "action": [ ] } ] }')
@@ -203,29 +200,25 @@ def basic(text):
     return b"Basic " + base64.b64encode(text.encode())
 
 
-@pytest.mark.parametrize("header, reason", [
-    (basic("ann:se:cret").replace(b"Basic", b"bASIC "), None),
-    (basic(f"{LONG_NAME}:se:cret"), f"user [{LONG_NAME}] refused"),
-    (basic("#ann:se:cret"), "user [#ann] refused"),
-    (basic("ann:Se:cret"), "user [ann] refused"),
-    (basic("zoe:se:cret"), "user [zoe] refused"),
-    (basic(":se:cret"), "user [] refused"),
-    (basic("ann"), UNUSABLE),
-    (basic("ann:se:cret\0x"), UNUSABLE),
-    (basic("ann:se:cret") + b" ", UNUSABLE),
-    (basic("ann:se:cret").replace(b"Basic", b"Bearer"), UNUSABLE),
+# The users file, the header, and why the client is refused, if it is.
+@pytest.mark.parametrize("users, header, reason", [
+    (USERS, basic("ann:se:cret").replace(b"Basic", b"bASIC "), None),
+    (USERS, basic(f"{LONG_NAME}:se:cret"), f"user [{LONG_NAME}] refused"),
+    (USERS, basic("#ann:se:cret"), "user [#ann] refused"),
+    (USERS, basic("ann:Se:cret"), "user [ann] refused"),
+    (USERS, basic("zoe:se:cret"), "user [zoe] refused"),
+    (USERS, basic(":se:cret"), "user [] refused"),
+    (USERS, basic("ann"), UNUSABLE),
+    (USERS, basic("ann:se:cret\0x"), UNUSABLE),
+    (USERS, basic("ann:se:cret") + b" ", UNUSABLE),
+    (USERS, basic("ann:se:cret").replace(b"Basic", b"Bearer"), UNUSABLE),
+    ("off:*\n", basic("off:*"), "no usable entry in the users file"),
 ])
-def test_only_known_credentials_pass(header, reason, recorder):
-    (recorder.state / "users").write_text(USERS)
+def test_only_known_credentials_pass(users, header, reason, recorder):
+    (recorder.state / "users").write_text(users)
     answer, messages = ask(recorder, "PUT", b"", "", b"HTTP_AUTHORIZATION=" + header)
     assert answer == (refusal(-2, "Authorized failed") if reason else "null")
     assert messages == ([f"Authentication: {reason}"] if reason else [])
-
-
-def test_disabled_accounts_admit_nobody(recorder):
-    (recorder.state / "users").write_text("off:*\n")
-    assert ask(recorder, "PUT") == (refusal(-2, "Authorized failed"),
-                                    ["Authentication: no usable entry in the users file"])
 
 
 def without_cameras(recorder):
@@ -271,8 +264,11 @@ def test_log_at_its_limit_becomes_the_one_before(recorder):
     recorder.run_program("PUT", prefix=["env", "PATH_INFO=/"])
     assert not before.exists()
     os.truncate(log, 8 * MIB)
+    form = "%Y-%m-%dT%H:%M:%S"
+    start = time.strftime(form, time.gmtime())
     recorder.run_program("PUT", prefix=["env", "PATH_INFO=/", "HTTP_AUTHORIZATION="])
     assert before.stat().st_size == 8 * MIB and log.read_text().count("\n") == 2
+    assert start <= log.read_text()[:19] <= time.strftime(form, time.gmtime())
     assert log.stat().st_mode & 0o777 == 0o600
 
 
