@@ -229,9 +229,10 @@ def test_silent_clients_keep_others_waiting_for_a_while_only(service):
         assert connection.sock.recv(1) == b""
 
 
-def test_failure_of_the_database_is_answered(service):
-    with sqlite3.connect(service.state / "rules.db") as database:
-        database.execute("DROP TABLE schedule")
-    for reply in ask("GET", "/cfg/Schedule"), post(WHOLE_RULE):
-        assert reply == refusal(0x94062A09, "database: no such table: schedule")
+def test_full_disk_is_answered(service):
+    stop(service.service)
+    # A file may only grow to the size of the index of the write-ahead log.
+    service.start_service(["prlimit", "--fsize=32768"])
+    assert post(WHOLE_RULE.replace('"d"', f'"{32768 * "d"}"')) == refusal(
+        0x94062A09, "database: disk I/O error")
     assert ask("GET", "/cfg/Rule") == NO_RULES
