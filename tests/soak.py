@@ -9,8 +9,8 @@ import time
 
 import recorder as driver
 from recorder import Recorder, Rule, RuleClient, wait_until
-from rule_account import Fault, read_answer, read_rules, require
-from rule_client import NoAnswer, Refused
+from rule_client import NoAnswer, Refused, read_entry
+from verdict import Fault, opened, read_answer, require
 
 CHANNELS = (0, 1, 2, 3, 4, 5, 6, 7, 10, 191)
 EVENTS = (0x20010000, 0x20060001, 0x20060002, 0x20060003, 0x200A0001, 0x200C0001)
@@ -29,7 +29,7 @@ class Client(RuleClient):
         self.prefix = f"c{number}-"
         self.event = EVENTS[number % len(EVENTS)]
         self.channels = CHANNELS[number // len(EVENTS)::3]
-        self.names = {}  # of its rules, by channel
+        self.rules = {}  # by channel
         self.figures = collections.Counter()
 
     def request(self, *arguments):
@@ -42,26 +42,24 @@ class Client(RuleClient):
     def run(self, requests):
         end = self.figures["requests"] + requests
         while self.figures["requests"] < end:
-            free = [channel for channel in self.channels if channel not in self.names]
+            free = [channel for channel in self.channels if channel not in self.rules]
             if free:
                 self.add_one(random.choice(free))
             else:
                 self.delete_all()
 
     def add_one(self, channel):
-        record = random.choice((None, *CHANNELS))
-        # The name ends in the number of the rule's profiles.
-        name = f"{self.prefix}{self.figures['rules made']}-{1 if record is None else 2}"
-        require(self.add(Rule(self.event, channel, record=record, name=name)), "made before:", name)
-        self.names[channel] = name
+        name = f"{self.prefix}{self.figures['rules made']}"
+        rule = Rule(self.event, channel, record=random.choice((None, *CHANNELS)), name=name)
+        require(self.add(rule), "made before:", rule)
+        self.rules[channel] = rule
         self.figures["rules made"] += 1
 
     def delete_all(self):
-        own = {entry["name"]: entry["GUID"] for entry in self.list()
-               if entry["name"].startswith(self.prefix)}
-        require(sorted(own) == sorted(self.names.values()), "rules:", own, "account:", self.names)
-        self.delete([*own.values(), "F" * 32])
-        self.names.clear()
+        own = [entry["GUID"] for entry in self.list() if entry["name"].startswith(self.prefix)]
+        require(len(own) == len(self.rules), "rules:", own, "account:", self.rules)
+        self.delete([*own, "F" * 32])
+        self.rules.clear()
 
 
 def kill_service(recorder):
@@ -83,11 +81,13 @@ def run_trial(recorder, clients, requests, kills):
                 kill_service(recorder)
             for each in running:
                 each.result()
-        rules = read_rules(recorder.state / "rules.db")
-        listed = {entry["name"]: entry["GUID"] for entry in recorder.client.list()}
-        require(listed == rules, "the list is not the database's")
-        names = [name for client in clients for name in client.names.values()]
-        require(sorted(rules) == sorted(names), "rules:", rules, "accounts:", names)
+        rules = [rule for client in clients for rule in client.rules.values()]
+        listed = [read_entry(entry).rule._replace(schedule="") for entry in recorder.client.list()]
+        require(sorted(map(str, listed)) == sorted(map(str, rules)), listed, "account:", rules)
+        with opened(recorder.state / "rules.db") as database:
+            (objects,) = database.execute("SELECT count(*) FROM node").fetchone()
+        require(objects == sum(2 + (rule.record is not None) for rule in rules),
+                objects, "rules and profiles of", rules)
 
 
 def soak(bin_dir, count, requests, kills):

@@ -17,7 +17,7 @@ import sys
 import recorder as driver
 from examples import comparable
 from recorder import Recorder, Rule, wait_until
-from rule_account import Fault, opened, read_answer, require
+from verdict import Fault, opened, read_answer, require
 
 EVENT = 0x20010000
 RULE = Rule(EVENT, 3, record=4, name='Dock "east" \\ / \t\u00e9, gate of the long ramp')

@@ -1,4 +1,4 @@
-"""What long trials hold against each other: the answers of the endpoint, and the rules that are there."""
+"""What the long trials require of each answer and of the database."""
 
 import contextlib
 import json
@@ -35,19 +35,3 @@ def opened(path):
             found = database.execute(f"PRAGMA {check}").fetchall()
             require(found == sound, check, found)
         yield database
-
-
-def read_rules(path):
-    """The GUIDs by name of the rules in the database. Each has as many profiles as the last digit of its
-    name says, and each profile belongs to one of them."""
-    with opened(path) as database:
-        rules = database.execute("SELECT name, guid, count(profile) FROM node LEFT JOIN rule_profile"
-                                 " ON rule = id WHERE type = 0 GROUP BY id").fetchall()
-        profiles = database.execute("SELECT id FROM node WHERE type != 0 ORDER BY id").fetchall()
-        used = database.execute("SELECT profile FROM rule_profile ORDER BY profile").fetchall()
-    require(profiles == used, "profiles:", profiles, "of rules:", used)
-    for name, _, count in rules:
-        require(name.endswith(f"-{count}"), "not the rule that was made:", name, count)
-    guids = {name: guid for name, guid, _ in rules}
-    require(len(guids) == len(rules), "a rule was made twice:", rules)
-    return guids
