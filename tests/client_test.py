@@ -49,8 +49,6 @@ class ScriptedClient(RuleClient):
 ADDED = answer(0, "Add Rule successful")
 CLASH = answer(-221, "Error add rule multicall reply fail")
 DUPLICATE = answer(-911, "Warning chIdx=3, eventID=537001984 already added in quick mode rule list")
-UNREADABLE = answer(-220, "Error add rule multicall reply Json format error")
-NOT_ASKED = answer(-1001, "Error ROVA POST request /cfg/multicalls add event Rule fail")
 LOST = ConnectionResetError()
 NIGHTLY = RULE._replace(schedule=NIGHT)
 
@@ -63,8 +61,8 @@ NIGHTLY = RULE._replace(schedule=NIGHT)
     (RULE, [LOST, listing(), LOST, listing(), LOST, listing()], NoAnswer),
     (RULE, [Answer(500, {}, b"<html>"), listing(RULE)], True),
     (RULE, [Answer(200, {}, b"null")], Refused),
-    (RULE, [UNREADABLE, listing(RULE)], True),
-    (RULE, [NOT_ASKED, listing(), ADDED], True),
+    (RULE, [answer(-220, "Error add rule multicall reply Json format error"), listing(RULE)], True),
+    (RULE, [answer(-1001, "Error ROVA POST request /cfg/multicalls fail"), listing(), ADDED], True),
     (RULE, [answer(-603, "Internal error get all rule list fail ret=-603"), ADDED], True),
     (RULE, [answer(-102, "Internal error get time profile guid fail ret=-102"), ADDED], True),
     (NIGHTLY, [answer(-103, "Error check time profile [a\nb] fail ret=-103"), ADDED], True),

@@ -87,6 +87,7 @@ REQUESTS = {
 
 # What each of these, in the place of a part of WHOLE_RULE, is refused with.
 NO_DOCUMENT = "the body is not a JSON document: "
+NO_TEXT = "call 0: name has a zero byte or is not UTF-8"
 NO_GUID = " is not 32 hexadecimal digits"
 UNREADABLE = "call 0: content cannot be read as XML: line 1: "
 DEEPEST = 14 * "[" + 14 * "]"  # in a list in an object
@@ -95,11 +96,11 @@ REFUSED = [
     (WHOLE_RULE, "[" + 1000 * ",", NO_DOCUMENT + "it has too many elements"),
     (WHOLE_RULE, f'{{"a": [{DEEPEST}, {DEEPEST}{967 * ", 0"}], "calls": []}}', NO_CALLS),
     (WHOLE_RULE, '{"calls": [' + 16 * "7, " + "7]}", NO_CALLS),
-    (WHOLE_RULE, '{"calls": [' + 15 * "7, " + "7]}",
-     "call 0: object is missing or of another type"),
+    (WHOLE_RULE, '{"calls": [' + 15 * "7, " + "7]}", "call 0: object is missing or of another type"),
     ("POST", "PUT", "call 0: the only call is method POST of object Rule"),
     ('"e"', f'"{4097 * "n"}"', "call 0: name is longer than 4096 bytes"),
-    ('"e"', r'"e\u0000"', "call 0: name has a zero byte or is not UTF-8"),
+    ('"e"', r'"e\u0000"', NO_TEXT),
+    ('"e"', '"\udced\udca0\udc80"', NO_TEXT),
     (EVENT_GUID, EVENT_GUID + "0", "call 0: GUID" + NO_GUID),
     ('"type": 4', '"type": 5', "call 1: type is not 0, 3 or 4"),
     ('"type": 4', '"type": 0', "call 1: content is not a document <rule>"),
@@ -111,19 +112,14 @@ REFUSED = [
     ("(", "(<a>" + 995 * "<a/>", UNREADABLE + "too many elements"),
     ("(", "(<!DOCTYPE a>", UNREADABLE + "a document type is not allowed"),
     ("<ActionName>A</ActionName>", "<ActionName/>", "call 1: content: no <ActionName>"),
-    ("<TargetNum>2", "<TargetNum>1",
-     "call 1: content: <TargetNum> does not agree with <TargetIds>"),
+    ("<TargetNum>2", "<TargetNum>1", "call 1: content: <TargetNum> does not agree with <TargetIds>"),
     ("<id0>C</id0>", "<id1>C</id1>", "call 0: content: no <id0> in <SourceIds>"),
-    ("<evtpf0>1", "<evtpf0>",
-     "call 2: content: the GUID of an event profile" + NO_GUID),
-    ("<actpf0>2", "<actpf0>",
-     "call 2: content: the GUID of an action profile" + NO_GUID),
-    ("<TimeProfile>5", "<TimeProfile>",
-     "call 2: content: the GUID of the time profile" + NO_GUID),
+    ("<evtpf0>1", "<evtpf0>", "call 2: content: the GUID of an event profile" + NO_GUID),
+    ("<actpf0>2", "<actpf0>", "call 2: content: the GUID of an action profile" + NO_GUID),
+    ("<TimeProfile>5", "<TimeProfile>", "call 2: content: the GUID of the time profile" + NO_GUID),
     (call(EVENT) + ", ", "", f"call 1: there is no event profile {EVENT_GUID.lower()}"),
     ("f0>" + ACTION_GUID, "f0>" + EVENT_GUID, f"call 2: there is no action profile {EVENT_GUID}"),
-    ("<TimeProfile>5", "<TimeProfile>6",
-     f"call 2: there is no schedule 6{SCHEDULE_GUID[1:]}"),
+    ("<TimeProfile>5", "<TimeProfile>6", f"call 2: there is no schedule 6{SCHEDULE_GUID[1:]}"),
 ]
 
 
@@ -143,8 +139,8 @@ def exchange(request):
 
 
 def ask(method, path, document=""):
-    answer = RuleClient(SERVICE_URL).request(
-        method, path, encoded(document).encode(), {"Content-Type": "application/json"})
+    body = encoded(document).encode(errors="surrogateescape")
+    answer = RuleClient(SERVICE_URL).request(method, path, body, {"Content-Type": "application/json"})
     assert answer.status == 200
     return answer.body.decode()
 

@@ -17,13 +17,6 @@ def test_examples(page, recorder):
         assert comparable(printed) == comparable(expected), command
 
 
-@pytest.mark.parametrize("method, target, status", [
-    ("CONNECT", "", 405), ("HEAD", "", 200), ("GET", "?" + 8192 * "x", 431)])
-def test_what_the_web_server_answers_by_itself(method, target, status, recorder):
-    answer = recorder.client.request(method, target)
-    assert answer.status == status and b"ret_code" not in answer.body
-
-
 def test_the_program_sends_the_multicall_of_the_page(recorder):
     def decoded(document):
         return comparable(re.sub('"content": "([^"]+)"',

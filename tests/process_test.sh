@@ -54,7 +54,6 @@ check 'stranger' 0 '401 Unauthorized' '{ "ret_code": -2, "ret_mesg": "Authorized
     REQUEST_METHOD=PUT REMOTE_USER= HTTP_AUTHORIZATION=
 check 'no method' 253 '200 OK' '{ "ret_code": -3, "ret_mesg": "http method empty" }' ''
 post 'no function' 222 -290 'post uri can not get func parameter' '{}' Func=addRule
-post 'function without a value' 220 -292 'uri input func=[] not supported' '{}' func
 post 'other function' 220 -292 'uri input func=[a b\/c&=%zz] not supported' \
     '{}' 'func=a+b%2fc%26=%zz'
 post 'longest body' 154 -102 'Error input Json no event object' \

@@ -1,11 +1,9 @@
 """The recorder's files on a machine with other users."""
 
 import os
-import socket
 
 import pytest
 
-from recorder import Recorder
 from recorder_files import RecorderError, lock_machine, prepare
 
 
@@ -33,10 +31,3 @@ def test_lock_that_is_no_file_is_refused(tmp_path, monkeypatch, make):
     monkeypatch.setattr("recorder_files.LOCK", tmp_path / "lock")
     with pytest.raises(RecorderError, match="cannot lock"):
         lock_machine()
-
-
-def test_failed_start_is_told_without_the_log_of_earlier_ones(bin_dir, tmp_path):
-    (tmp_path / "config_service.log").write_text("configuration service listening\n")
-    with Recorder(bin_dir, tmp_path) as recorder, socket.create_server(("127.0.0.1", 10141)):
-        with pytest.raises(RecorderError, match="does not start: config_service: port 10141"):
-            recorder.start_service()

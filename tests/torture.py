@@ -41,7 +41,8 @@ KINDS = [*SHIM_KINDS, *(f"{call}={error}" for error, calls in ERRORS.items() for
 # Where nobody is accepted any more, each client waits for its time limit.
 NEVER_LASTING = re.compile(r"accept=\w+|\w+=EINTR")
 NO_FAULT = "65535"  # the number of a fault that never strikes
-NO_RULE = "F" * 32  # a GUID that none has; its deletion is a transaction that changes nothing
+NO_RULE = "F" * 32  # a GUID that none has
+DELETES_NOTHING = json.dumps({"ruleGUID": [NO_RULE]}).encode()
 
 # After these the answer is the usual one.
 HARMLESS = re.compile(r"transfer:.*|\w+=EINTR:.*")
@@ -176,16 +177,12 @@ class Bench:
             done = self.recorder.run_program(request.method, request.body)
             is_over = number.isdecimal() and self.count(kind) >= int(number)
             self.is_blocked = is_over and not wait_until(
-                lambda: service.poll() is not None or self.deletes_nothing())
+                lambda: service.poll() is not None or
+                b'"ret_code": 0' in self.recorder.run_program("DELETE", DELETES_NOTHING).stdout)
             service.kill()  # it may not hear of another signal when its calls fail
             status = service.wait()
         wait_until(lambda: kind in SHIM_KINDS or self.mark.read_bytes().endswith(b" +++\n"))
         return done, status, before
-
-    def deletes_nothing(self):
-        """Whether the service carries out a transaction."""
-        body = json.dumps({"ruleGUID": [NO_RULE]}).encode()
-        return b'"ret_code": 0' in self.recorder.run_program("DELETE", body).stdout
 
     def start_service(self, prefix):
         """Starts the service, which may fail, and whose log may not tell that it listens."""

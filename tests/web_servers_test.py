@@ -14,6 +14,7 @@ ADD = "?func=addRule"
 REQUESTS = {
     "PUT to `/some/path` after the address": ("PUT", "/some/path"),
     "GET of `.bak` after the address": ("GET", ".bak"),
+    "GET with 8,192 bytes of query": ("GET", "?" + 8191 * "x"),
     "PUT without credentials": ("PUT",),
     "POST of `{}`": ("POST", ADD, b"{}"),
     "POST of `{}` in chunks": ("POST", ADD, (b"{", b"}")),

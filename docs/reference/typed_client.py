@@ -8,11 +8,10 @@ import subprocess
 import sys
 import tempfile
 
-import yaml
-
 FOLDER = pathlib.Path(__file__).resolve().parent
 TOOLS = FOLDER / "node_modules/.bin"
 sys.path.insert(0, str(FOLDER.parents[1] / "host/recorder"))
+from api_document import FILE, PATH, RESPONSES  # noqa: E402
 from examples import read_examples  # noqa: E402
 
 MEDIA = '["content"]["application/json"]'
@@ -21,17 +20,14 @@ NEW_RULE = f'paths["/rule"]["post"]["requestBody"]{MEDIA}'
 
 def documented_examples():
     """Type and value of each example of a request or an answer."""
-    path = yaml.safe_load((FOLDER.parent / "openapi.yaml").read_text())["paths"]["/rule"]
-    for method in "get", "put", "post", "delete":
-        operation = path[method]
-        bodies = {f'["responses"][{status}]': response
-                  for status, response in operation["responses"].items()}
-        if "requestBody" in operation:
-            bodies['["requestBody"]'] = operation["requestBody"]
-        for place, body in bodies.items():
-            media = body.get("content", {}).get("application/json", {})
-            for example in media.get("examples", {}).values():
-                yield f'paths["/rule"]["{method}"]{place}{MEDIA}', example["value"]
+    contents = {f'["{method.lower()}"]["responses"][{status}]': content
+                for (method, status), content in RESPONSES.items() if method}
+    for method in "post", "delete":
+        body = PATH[method]["requestBody"]["content"]["application/json"]
+        contents[f'["{method}"]["requestBody"]'] = body
+    for place, content in contents.items():
+        for example in content.get("examples", {}).values():
+            yield f'paths["/rule"]{place}{MEDIA}', example["value"]
 
 
 def shown_rules():
@@ -57,7 +53,7 @@ def main():
     with tempfile.TemporaryDirectory() as directory:
         directory = pathlib.Path(directory)
         generated = subprocess.run(
-            [TOOLS / "openapi-typescript", FOLDER.parent / "openapi.yaml",
+            [TOOLS / "openapi-typescript", FILE,
              "--redocly", FOLDER / "redocly.yaml", "--output", directory / "api.ts"],
             stdout=subprocess.DEVNULL)
         if generated.returncode != 0:
