@@ -45,7 +45,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 trap 'exit 1' HUP INT TERM
 mkfifo "$scratch/input"
-add_rule='a=b&&f%75nc=add%52ule&func=x'
+add_rule='a=b&&f%75nc=add%52ul%65&func=x'
 recording=', "action": [{"ActionName": "RecordControl", "chIdx": [9]}]'
 
 check 'put with a path and a body' 0 '200 OK' null 'abc' \
