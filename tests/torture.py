@@ -258,7 +258,7 @@ def main():
             with Recorder(bin_dir) as recorder:
                 bench = Bench(target, recorder, bin_dir.parent / "tests/faulty")
                 faults = [arguments.only.split(":")] if arguments.only else \
-                    itertools.islice(bench.faults(), 0, None, arguments.every)
+                    itertools.islice(bench.faults(), 0, None, max(arguments.every, 1))
                 violations += torture(bench, faults)
     sys.exit(violations > 0)
 

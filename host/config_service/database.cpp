@@ -12,10 +12,20 @@ namespace
 
 constexpr int BUSY_TIMEOUT_MS = 2000;
 
+[[noreturn]] void end_service(const char* what, const char* reason)
+{
+    std::cerr << "config_service: " << what << ": " << reason << std::endl;
+    std::_Exit(EXIT_FAILURE);
+}
+
 [[noreturn]] void fail(int result, const char* reason)
 {
     if (result == SQLITE_NOMEM) {
         throw std::bad_alloc();
+    }
+    if (result == SQLITE_PROTOCOL) {
+        // A lock could not be released: SQLite then refuses every transaction until a new start.
+        end_service("a lock of the database is stuck", reason);
     }
     throw DatabaseError(reason);
 }
@@ -126,8 +136,7 @@ Transaction::~Transaction()
         rollback_.step();
     } catch (const std::exception& failure) {
         // To continue would show half a rule and prevent every later one from being written.
-        std::cerr << "config_service: cannot undo a transaction: " << failure.what() << std::endl;
-        std::_Exit(EXIT_FAILURE);
+        end_service("cannot undo a transaction", failure.what());
     }
 }
 

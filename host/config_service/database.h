@@ -14,7 +14,7 @@ namespace host
 {
 
 // Every failure of the database is thrown as this, except a lack of memory, which is
-// std::bad_alloc.
+// std::bad_alloc. One after which no transaction can succeed ends the process.
 class DatabaseError : public std::runtime_error
 {
  public:
