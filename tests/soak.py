@@ -21,14 +21,15 @@ LONGEST_ROUND = 0.15  # seconds from the first request to the kill
 
 class Client(RuleClient):
     """A client with rules of its own, of which it keeps account. No other client makes rules for the
-    same event and channel. Each answer must be well formed."""
+    same event and channel, and while services are killed for the same channel: a deletion that is
+    sent again could meet a new rule with the GUID of the old one. Each answer must be well formed."""
 
     def __init__(self, recorder, number, pauses):
         super().__init__(recorder.url, recorder.user, recorder.password)
         self.pauses = pauses
         self.prefix = f"c{number}-"
-        self.event = EVENTS[number % len(EVENTS)]
-        self.channels = CHANNELS[number // len(EVENTS)::3]
+        self.event = EVENTS[number // KILL_CLIENTS]
+        self.channels = CHANNELS[number % KILL_CLIENTS::KILL_CLIENTS]
         self.rules = {}  # by channel
         self.figures = collections.Counter()
 
