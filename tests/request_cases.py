@@ -64,11 +64,11 @@ def expand(text, definitions):
     return text.replace("\\0", "\0").replace("\\n", "\n")
 
 
-def read_cases(text, file_name=FILE.name):
-    """The cases of a text. A mistake is a ValueError that says where it is."""
+def read_cases():
+    """The cases of the file. A mistake is a ValueError that says where it is."""
     definitions, cases = {}, []
     line_number = 1
-    for line in re.split(r"\n(?!  )", text):
+    for line in re.split(r"\n(?!  )", FILE.read_text(encoding="utf-8")):
         for field in [] if line.startswith("#") else line.replace("\n  ", "").split(" | "):
             word, _, value = field.partition(" ")
             try:
@@ -80,9 +80,9 @@ def read_cases(text, file_name=FILE.name):
                 elif word:
                     cases[-1].read_field(word, expand(value, definitions))
             except (LookupError, ValueError) as mistake:
-                raise ValueError(f"{file_name}:{line_number}: {field}: {mistake}") from mistake
+                raise ValueError(f"{FILE.name}:{line_number}: {field}: {mistake}") from mistake
         line_number += 1 + line.count("\n")
     return cases
 
 
-CASES = read_cases(FILE.read_text(encoding="utf-8"))
+CASES = read_cases()
