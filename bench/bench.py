@@ -10,8 +10,7 @@ import subprocess
 import sys
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(PROJECT / "host/recorder"))
-from recorder import Recorder, ask_service  # noqa: E402
+from driver import Recorder, ask_service
 
 BUILD = PROJECT / "build"
 LINKS = {"static": BUILD / "bench", "mixed": BUILD / "bench-mixed", "shared": BUILD / "bench-shared"}

@@ -1,4 +1,4 @@
-# Cross build for 64-bit ARM with Debian's compiler, with the sysroot of scripts/make-sysroot or, with
+# Cross build for 64-bit ARM with Debian's compiler, with the sysroot of scripts/lib/make-sysroot or, with
 # -DCMAKE_SYSROOT=..., a device's own.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
@@ -7,7 +7,7 @@ if(NOT CMAKE_SYSROOT)
     get_filename_component(CMAKE_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-arm64" ABSOLUTE)
 endif()
 if(NOT IS_DIRECTORY "${CMAKE_SYSROOT}")
-    message(FATAL_ERROR "There is no sysroot ${CMAKE_SYSROOT}: run scripts/make-sysroot")
+    message(FATAL_ERROR "There is no sysroot ${CMAKE_SYSROOT}: run scripts/lib/make-sysroot")
 endif()
 
 # The C library of the sysroot, not the compiler package's own, which has no security updates.

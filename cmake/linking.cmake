@@ -10,7 +10,7 @@ set_property(CACHE RULE_LINK PROPERTY STRINGS "" static mixed shared)
 set(RULE_MIXED_ARCHIVES JSONCPP CACHE STRING
     "What is linked from archives with RULE_LINK=mixed: any of JSONCPP, JSON_C, LIBSTDCXX")
 set(RULE_ARCHIVE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/build/archives/${CMAKE_LIBRARY_ARCHITECTURE}" CACHE PATH
-    "Archives that the system does not have, from scripts/make-archives")
+    "Archives that the system does not have, from scripts/lib/make-archives")
 
 find_library(JSONCPP_ARCHIVE libjsoncpp.a)
 find_library(JSONCPP_ARCHIVE libjsoncpp.a
@@ -57,7 +57,7 @@ function(find_missing_archives result)
     list(FILTER missing EXCLUDE REGEX "/libjson(cpp|-c)\\.so")
     list(TRANSFORM missing PREPEND "archive for ")
     if(NOT JSONCPP_ARCHIVE)
-        list(APPEND missing "libjsoncpp.a (scripts/make-archives builds it)")
+        list(APPEND missing "libjsoncpp.a (scripts/lib/make-archives builds it)")
     endif()
     if(NOT JSON_C_ARCHIVE)
         list(APPEND missing libjson-c.a)

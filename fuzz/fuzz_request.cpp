@@ -1,5 +1,5 @@
 // Runs one request and checks what holds for every request. Each line of an input is a word of
-// tests/request_cases.txt and its value.
+// tests/requests/request_cases.txt and its value.
 #include <json-c/json_object.h>
 #include <json-c/json_tokener.h>
 
@@ -13,7 +13,7 @@
 #include <string>
 
 #include "rule_operation/front_end/response.h"
-#include "tests/fake_platform.h"
+#include "tests/requests/fake_platform.h"
 
 namespace
 {

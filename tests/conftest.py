@@ -2,7 +2,7 @@
 
 import pytest
 
-from recorder import PROJECT, Recorder, stop, wait_until
+from driver import PROJECT, Recorder, stop, wait_until
 
 
 def pytest_addoption(parser):

@@ -2,7 +2,7 @@
 
 import re
 
-from recorder import PROJECT
+from driver import PROJECT
 
 
 def test_layers():

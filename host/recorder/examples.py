@@ -9,7 +9,8 @@ import re
 import subprocess
 import sys
 
-from recorder import PROJECT, SERVICE_URL, Recorder, build_programs, run_command
+from driver import (BUILT_PROGRAMS, PROJECT, SERVICE_URL, Recorder, run_command,
+                    without_random_parts)
 
 
 def read_examples(page):
@@ -33,18 +34,13 @@ def run_examples(examples, recorder):
     return done.stdout.split("\0")[:-1]
 
 
-def comparable(text):
-    """Without the random parts of derived GUIDs, and without line feeds at the end."""
-    return re.sub(r"(1{10}|2{10}|3{10})[0-9A-F]{18}", r"\1...", text).rstrip("\n")
-
-
-def main(bin_dir=None, page=PROJECT / "docs/api.md"):
-    with Recorder(bin_dir or build_programs()) as recorder:
+def main(bin_dir=BUILT_PROGRAMS, page=PROJECT / "docs/api.md"):
+    with Recorder(bin_dir) as recorder:
         recorder.start()
         examples = read_examples(pathlib.Path(page))
         for (command, expected), printed in zip(examples, run_examples(examples, recorder)):
             print(f"$ {command}\n{printed.rstrip()}\n")
-            if comparable(printed) != comparable(expected):
+            if without_random_parts(printed) != without_random_parts(expected):
                 sys.exit(f"not as in {page}, which says:\n{expected}")
         if len(examples) < 3:
             sys.exit(f"{page} has no examples")

@@ -4,8 +4,8 @@ import argparse
 import os
 import sys
 
-from recorder import (PROJECT, Recorder, RecorderError, build_programs, end_on_signals, last_lines,
-                      run_command)
+from driver import (BUILT_PROGRAMS, PROJECT, Recorder, RecorderError, end_on_signals, last_lines,
+                    run_command)
 
 ADVICE = """\
 recorder at {url}, user {user}, password {password}
@@ -16,7 +16,7 @@ To create a quick rule (event 536936448 on channel 3 records channel 3) and list
 "camera": [{{"chIdx": 3}}]}}], "action": [{{"ActionName": "RecordControl", "chIdx": [3]}}]}}}}'
   curl -u {user}:{password} {url}
 
-For the examples of docs/api.md and for examples/client/rule_client.py:
+For the examples of docs/api.md and for client/rule_client.py:
   export RULE_URL={url} RULE_USER={user} RULE_PASSWORD={password}
   account=$RULE_USER:$RULE_PASSWORD
 """
@@ -51,14 +51,14 @@ def wait_for_the_end_of(recorder):
 
 def main():
     arguments = read_arguments()
-    with Recorder(build_programs(), arguments.state, arguments.port) as recorder:
+    with Recorder(BUILT_PROGRAMS, arguments.state, arguments.port) as recorder:
         recorder.start()
         print(ADVICE.format(**vars(recorder)))
         if (PROJECT / "build/reference/index.html").exists():
             page = recorder.url.removesuffix("rule") + "reference/"
             print(f"The API reference, with requests to try: {page}")
         else:
-            print("The API reference is not built yet: run scripts/build-reference")
+            print("The API reference is not built yet: run scripts/lib/build-reference")
         sys.stdout.flush()
         end_on_signals(0)
         wait_for_the_end_of(recorder)

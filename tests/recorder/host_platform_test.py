@@ -13,7 +13,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
-from recorder import Recorder, Rule
+from driver import Recorder, Rule
 from recorder_files import hash_password
 
 SERVICE = ("127.0.0.1", 10141)

@@ -2,9 +2,9 @@
 # python. The caller sets the shell options: set -euo pipefail.
 # shellcheck shell=bash
 
-project_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+project_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # shellcheck disable=SC2034  # used by those that source this
-python=(/usr/bin/python3 -B)  # Debian's own, whatever other Python there is
+python=$project_dir/scripts/lib/python
 export LC_ALL=C.UTF-8
 
 fail() {
@@ -23,8 +23,8 @@ quietly() {
 build() {
     local note=
     [[ -e $project_dir/build/$1 ]] || note=' (the first time takes a minute)'
-    "$project_dir/scripts/install-packages" ${2:+"$2"}
-    "$project_dir/scripts/make-archives" "$1" || true  # without it, linking.txt says what is missing
+    "$project_dir/scripts/lib/install-packages" ${2:+"$2"}
+    "$project_dir/scripts/lib/make-archives" "$1" || true  # without it, linking.txt says what is missing
     echo "building, preset $1$note"
     pushd "$project_dir" >/dev/null || return
     quietly cmake --preset "$1"

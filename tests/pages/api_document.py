@@ -4,7 +4,7 @@ import pathlib
 
 import yaml
 
-FILE = pathlib.Path(__file__).resolve().parents[1] / "openapi.yaml"
+FILE = pathlib.Path(__file__).resolve().parents[2] / "docs/openapi.yaml"
 API = yaml.safe_load(FILE.read_text())
 PATH = API["paths"]["/rule"]
 METHODS = ("GET", "PUT", "POST", "DELETE")

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from recorder import PROJECT, record_exchange
+from driver import PROJECT, record_exchange
 from request_cases import CASES
 
 STATUS = {None: "200 OK", 0: "200 OK", -3: "200 OK", -2: "401 Unauthorized"}

@@ -1,13 +1,11 @@
 """Uses the page of the API reference as a person would, in a headless browser: browser.py BIN_DIR
 The host recorder serves the page; it loads nothing from elsewhere, shows no errors, and creates a rule."""
 
-import pathlib
 import sys
 
 from selenium import webdriver
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "host/recorder"))
-from recorder import Recorder, run_command
+from driver import Recorder, run_command
 
 # No other host has an address for the browser.
 OPTIONS = ["--headless=new", "--no-sandbox", "--disable-gpu",

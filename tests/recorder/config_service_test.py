@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from recorder import SERVICE_URL, Recorder, RuleClient, stop
+from driver import SERVICE_URL, Recorder, RuleClient, stop
 
 SERVICE = ("127.0.0.1", 10141)
 SUCCESS = '{"err_code": 0, "err_str": ""}'

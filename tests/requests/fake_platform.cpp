@@ -1,4 +1,4 @@
-#include "tests/fake_platform.h"
+#include "tests/requests/fake_platform.h"
 
 #include <json-c/json.h>
 
@@ -18,7 +18,7 @@
 #include "platform/device_utility.h"
 #include "platform/rule_library.h"
 #include "platform/rule_log.h"
-#include "tests/failing_allocation.h"
+#include "tests/requests/failing_allocation.h"
 
 // The program's own `main`, under this name in the test programs.
 int rule_operation_main();

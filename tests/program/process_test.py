@@ -4,7 +4,7 @@ import os
 import pathlib
 import subprocess
 
-from recorder import Recorder
+from driver import Recorder
 
 SCRIPT = pathlib.Path(__file__).with_name("process_test.sh")
 

@@ -5,7 +5,7 @@ import json
 import select
 import signal
 
-from recorder import Rule, RuleClient, stop, wait_until
+from driver import Rule, RuleClient, stop, wait_until
 from rule_client import read_entry
 
 HEAD = """\

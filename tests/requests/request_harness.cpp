@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "rule_operation/shared/diagnostics.h"
-#include "tests/fake_platform.h"
+#include "tests/requests/fake_platform.h"
 
 int main()
 {

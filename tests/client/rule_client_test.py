@@ -1,4 +1,4 @@
-"""The client of examples/client: when it sends a request again, and what its command does."""
+"""The client rule_client.py: when it sends a request again, and what its command does."""
 
 import json
 

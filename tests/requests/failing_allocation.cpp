@@ -1,4 +1,4 @@
-#include "tests/failing_allocation.h"
+#include "tests/requests/failing_allocation.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -14,9 +14,8 @@ import sqlite3
 import subprocess
 import sys
 
-import recorder as driver
-from examples import comparable
-from recorder import Recorder, Rule, wait_until
+import driver
+from driver import BUILT_PROGRAMS, Recorder, Rule, wait_until, without_random_parts
 from verdict import Fault, opened, read_answer, require
 
 EVENT = 0x20010000
@@ -24,7 +23,7 @@ RULE = Rule(EVENT, 3, record=4, name='Dock "east" \\ / \t\u00e9, gate of the lon
 KEPT = [Rule(EVENT, channel, record=record, name=f"{'Long name ' * 90}{channel}")
         for channel, record in ((5, None), (6, 6), (7, None), (10, 10))]
 
-# The faults: those of tests/fault_shim.cpp, and calls of the system by what they then return, an error
+# The faults: those of tests/trials/fault_shim.cpp, and calls of the system by what they then return, an error
 # or 0. Of EINTR only what a process meets that is stopped and goes on.
 SHIM_KINDS = ("memory", "transfer")
 ERRORS = {
@@ -76,7 +75,7 @@ def snapshot(path):
                                  " FROM node ORDER BY id").fetchall()
         references = database.execute("SELECT * FROM rule_profile").fetchall()
     decoded = [(base64.b64decode(content), *rest) for content, *rest in nodes]
-    return comparable(repr((decoded, references)))
+    return without_random_parts(repr((decoded, references)))
 
 
 class Request:
@@ -251,12 +250,11 @@ def main():
     parser.add_argument("--every", type=int, default=1, metavar="N", help="run only every Nth fault")
     parser.add_argument("--only", metavar="REQUEST:KIND:NUMBER", help="run only this fault")
     arguments = parser.parse_args()
-    bin_dir = driver.build_programs("faulty_rule_operation.cgi", "faulty_config_service")
     violations = 0
     for target in ("program", "service"):
         if arguments.target in (target, "all"):
-            with Recorder(bin_dir) as recorder:
-                bench = Bench(target, recorder, bin_dir.parent / "tests/faulty")
+            with Recorder(BUILT_PROGRAMS) as recorder:
+                bench = Bench(target, recorder, BUILT_PROGRAMS.parent / "tests/faulty")
                 faults = [arguments.only.split(":")] if arguments.only else \
                     itertools.islice(bench.faults(), 0, None, max(arguments.every, 1))
                 violations += torture(bench, faults)

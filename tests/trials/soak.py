@@ -7,8 +7,8 @@ import random
 import sys
 import time
 
-import recorder as driver
-from recorder import Recorder, Rule, RuleClient, wait_until
+import driver
+from driver import Recorder, Rule, RuleClient, wait_until
 from rule_client import NoAnswer, Refused, read_entry
 from verdict import Fault, opened, read_answer, require
 
@@ -114,13 +114,12 @@ def main():
     parser.add_argument("--requests", type=int, default=5000, metavar="N",
                         help="how many requests the load trial sends (5,000)")
     arguments = parser.parse_args()
-    bin_dir = driver.build_programs()
     trials = {"kill": (KILL_CLIENTS, REQUESTS_IN_A_ROUND, arguments.kills),
               "load": (LOAD_CLIENTS, -(-arguments.requests // LOAD_CLIENTS), 0)}
     for name, trial in trials.items():
         if arguments.trial in (name, "all"):
             try:
-                print(f"{name}: {soak(bin_dir, *trial)}")
+                print(f"{name}: {soak(driver.BUILT_PROGRAMS, *trial)}")
             except (Fault, NoAnswer, Refused) as fault:
                 sys.exit(f"{name}: FAULT: {fault}")
 

@@ -7,7 +7,7 @@ import shutil
 import subprocess
 
 from process_test import SCRIPT
-from recorder import Recorder, Rule
+from driver import Recorder, Rule
 
 AS_ROOT = [] if os.geteuid() == 0 else ["unshare", "--map-root-user"]
 

@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "tests/failing_allocation.h"
+#include "tests/requests/failing_allocation.h"
 
 namespace
 {

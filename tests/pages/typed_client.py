@@ -8,11 +8,11 @@ import subprocess
 import sys
 import tempfile
 
-FOLDER = pathlib.Path(__file__).resolve().parent
+FOLDER = PROJECT / "docs/reference"
 TOOLS = FOLDER / "node_modules/.bin"
-sys.path.insert(0, str(FOLDER.parents[1] / "host/recorder"))
-from api_document import FILE, PATH, RESPONSES  # noqa: E402
-from examples import read_examples  # noqa: E402
+from api_document import FILE, PATH, RESPONSES
+from driver import PROJECT
+from examples import read_examples
 
 MEDIA = '["content"]["application/json"]'
 NEW_RULE = f'paths["/rule"]["post"]["requestBody"]{MEDIA}'

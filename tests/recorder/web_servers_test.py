@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from recorder import PROJECT, Rule, RuleClient, free_port, is_open, wait_until
+from driver import PROJECT, Rule, RuleClient, free_port, is_open, wait_until
 
 PAGE = (PROJECT / "docs/web-servers.md").read_text()
 PROGRAM = "/usr/libexec/rule_operation/rule_operation.cgi"
