@@ -1,6 +1,5 @@
-"""Compares the API document with the exchanges that the tests have recorded, the tables in docs/api.md and
-the sources, and the headings of docs/troubleshooting.md with the sources: exchanges.py FILE, where each
-line of FILE is {"method", "body", "answer"}."""
+"""Compares the API document with the exchanges that the tests have recorded and with the tables of the pages,
+and the pages with the sources: exchanges.py FILE, where each line of FILE is {"method", "body", "answer"}."""
 
 import json
 import pathlib
@@ -15,6 +14,7 @@ from api_document import API, METHODS, PATH, RESPONSES
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 SCHEMAS = API["components"]["schemas"]
 PAGE = (PROJECT / "docs/api.md").read_text()
+REFUSALS = (PROJECT / "docs/refusals.md").read_text()
 LONGEST_TEXT = 1023
 
 
@@ -40,7 +40,7 @@ class Refusal(NamedTuple):
 
 
 def read_table():
-    rows = re.findall(r"^\| ([^|\n]+) \| [\w -]+ \| (.+) \| (.+) \| (.+) \|$", PAGE, re.MULTILINE)
+    rows = re.findall(r"^\| ([^|\n]+) \| [\w -]+ \| (.+) \| (.+) \| (.+) \|$", REFUSALS, re.MULTILINE)
     return {Refusal(code, text, f"{cause}: {remedy}")
             for codes, text, cause, remedy in rows if codes != "code" for code in codes.split(", ")}
 
@@ -93,20 +93,53 @@ def check_exchanges(exchanges):
 
 def check_document():
     """Yields where the document and the page's tables differ."""
-    yield from (f"not as in docs/api.md: {example}" for _, example, row in EXAMPLES if not row)
+    yield from (f"not as in docs/refusals.md: {example}" for _, example, row in EXAMPLES if not row)
     yield from (f"without an example in the document: {row}"
                 for row in TABLE - NEVER_SEEN - {row for _, _, row in EXAMPLES})
-    events = set(map(str, SCHEMAS["Event"]["properties"]["eventID"]["enum"]))
+    usual, alarm = (SCHEMAS[name]["properties"]["eventID"] for name in ("CameraEvent", "AlarmEvent"))
+    events = set(map(str, [*usual["enum"], alarm["const"]]))
     in_table = set(re.findall(r"0x[0-9A-F]{8} = (\d+)", PAGE))
     yield from (f"only in one of docs/openapi.yaml and docs/api.md: event {event}"
                 for event in events ^ in_table)
+
+
+def check_version():
+    """Yields the documents that name another version than the build."""
+    build = (PROJECT / "CMakeLists.txt").read_text()
+    version = re.search(r"VERSION (\d+\.\d+\.\d+) ", build)[1]
+    released = re.search(r"^## (\S+)", (PROJECT / "CHANGELOG.md").read_text(), re.MULTILINE)[1]
+    for file, named in ("docs/openapi.yaml", API["info"]["version"]), ("CHANGELOG.md", released):
+        if named != version:
+            yield f"{file}: version {named}, but {version} in CMakeLists.txt"
+
+
+def check_lists():
+    """Yields what the program has and a list of it lacks: a code in the order of the checks or in the
+    header of the function that returns it, an action, a URI parameter."""
+    order = REFUSALS.partition("## The order of the checks")[2].partition("\n## ")[0]
+    in_order = set(re.findall(r"-\d+", order))
+    in_table = {row.code for row in TABLE if row.code.startswith("-")}
+    yield from (f"only in one list of docs/refusals.md: code {code}" for code in in_order ^ in_table)
+    for path in (PROJECT / "rule_operation").rglob("*.cpp"):
+        text = path.read_text()
+        if path.with_suffix(".h").exists():
+            listed = path.with_suffix(".h").read_text()
+            yield from (f"{path.with_suffix('.h')}: without code {code}"
+                        for code in re.findall(r"(?:REFUSE\(err,|return) (-\d+)", text)
+                        if not re.search(rf"{code}\b", listed))
+        for name in re.findall(r'_CGI_Find_Parameter\(input, "(\w+)"', text):
+            if f"`{name}`" not in PAGE and f"`{name}=" not in PAGE:
+                yield f"not in docs/api.md: URI parameter {name}"
+        for action in re.findall(r'ActionName == "(\w+)"', text):
+            if f"`{action}`" not in PAGE or action not in str(SCHEMAS["Action"]):
+                yield f"not in docs/api.md and docs/openapi.yaml: action {action}"
 
 
 def check_sources():
     """Yields texts of the sources without a row, and what is documented but not in the sources."""
     program = read_sources("rule_operation")
     texts = set(re.findall(r'(?:REFUSE\(err, [-\w]+, |\berr = )"(.*?)"', program))
-    yield from (f"not in docs/api.md: {text}" for text in texts - {row.text for row in TABLE})
+    yield from (f"not in docs/refusals.md: {text}" for text in texts - {row.text for row in TABLE})
     yield from (f"not in the sources: {row}" for row in NEVER_SEEN
                 if f'REFUSE(err, {row.code}, "{row.text}"' not in program)
     sources = read_sources("rule_operation", "host", "scripts")
@@ -119,7 +152,8 @@ def check_sources():
 def main(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         exchanges = [json.loads(line) for line in file]
-    faults = [*check_exchanges(exchanges), *check_document(), *check_sources()]
+    faults = [*check_exchanges(exchanges), *check_document(), *check_version(), *check_lists(),
+              *check_sources()]
     print(*faults, f"{len(exchanges)} exchanges compared with the API document", sep="\n")
     sys.exit(bool(faults))
 

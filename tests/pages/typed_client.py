@@ -8,12 +8,12 @@ import subprocess
 import sys
 import tempfile
 
-FOLDER = PROJECT / "docs/reference"
-TOOLS = FOLDER / "node_modules/.bin"
 from api_document import FILE, PATH, RESPONSES
 from driver import PROJECT
 from examples import read_examples
 
+FOLDER = PROJECT / "docs/reference"
+TOOLS = FOLDER / "node_modules/.bin"
 MEDIA = '["content"]["application/json"]'
 NEW_RULE = f'paths["/rule"]["post"]["requestBody"]{MEDIA}'
 
