@@ -2,9 +2,20 @@
 
 #include <json/reader.h>
 
-#include <cerrno>
 #include <memory>
 #include <new>
+
+namespace
+{
+
+// JsonCpp throws exceptions of one kind for nesting that is too deep and for a lack of memory, and
+// only their texts differ.
+bool is_nesting_limit(const Json::Exception& failure)
+{
+    return std::string_view(failure.what()).find("stackLimit") != std::string_view::npos;
+}
+
+}  // namespace
 
 bool TJsonValue::is_absent() const
 {
@@ -77,14 +88,12 @@ std::optional<TJsonDocument> TJsonDocument::parse(std::string_view text, std::st
     static const Json::CharReaderBuilder builder;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     TJsonDocument document;
-    errno = 0;
     try {
         if (reader->parse(text.data(), text.data() + text.size(), &document.root_, errors)) {
             return document;
         }
     } catch (const Json::Exception& failure) {
-        // JsonCpp throws the same for nesting that is too deep and for a lack of memory.
-        if (errno == ENOMEM) {
+        if (!is_nesting_limit(failure)) {
             throw std::bad_alloc();
         }
         if (errors != nullptr) {
