@@ -2,8 +2,8 @@
 #pragma once
 
 // Searches the recorder's rule list for a quick rule for the event `in_eventID` on the channel
-// `in_chIdx`, and stores the answer in `found`. The channel of a rule
-// is the decimal number in characters 28 to 31 of its event's source ID.
+// `in_chIdx`, and stores the answer in `found`. The channel of a rule is the decimal number in
+// characters 28 to 31 of its event's source ID, counted from 0.
 //
 // Returns 0 when the list was read, or, with `found` false:
 //

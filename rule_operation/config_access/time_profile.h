@@ -14,8 +14,8 @@ constexpr int CHECK_NAMED_PROFILE = 2;
 // Returns 0, or, with `timeprofileGUID` unchanged:
 //
 //   -101  the configuration service could not be reached
-//   -102  its reply is not JSON or not an object, has no readable error code, or a GUID that had to
-//         be read is an array or an object
+//   -102  its reply is not JSON or not an object, has no readable error code, or a name or a GUID
+//         that had to be read is an array or an object
 //   -103  it reported an error
 //   -104  no schedule has the GUID
 //   -105  `func_type` is neither of the two; detected only after the schedules were read
