@@ -62,7 +62,7 @@ int main()
         write_response(response);
         return response.exit_status;
     } catch (...) {
-        // Nothing throws once the response has begun.
+        // No response has begun: nothing in the block above throws after that.
         write_internal_error();
         return INTERNAL_ERROR;
     }

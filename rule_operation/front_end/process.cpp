@@ -3,8 +3,6 @@
 #include <malloc.h>
 #include <sys/prctl.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 
 #include "rule_operation/front_end/response.h"
@@ -16,8 +14,7 @@ namespace
 [[noreturn]] void answer_and_exit()
 {
     write_internal_error();
-    std::fflush(stdout);
-    std::_Exit(INTERNAL_ERROR);
+    exit_answered();
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "rule_operation/front_end/response.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -33,12 +35,19 @@ TJsonObject envelope(int code, const char* message)
 
 void write(const char* status_line, std::string_view json)
 {
+    std::set_terminate(exit_answered);
     http_header_output(status_line);
     std::fwrite(json.data(), 1, json.size(), stdout);
     std::fputs("\n\n", stdout);
 }
 
 }  // namespace
+
+void exit_answered()
+{
+    std::fflush(stdout);
+    std::_Exit(INTERNAL_ERROR);
+}
 
 int http_header_output(const char* status)
 {

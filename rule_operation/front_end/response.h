@@ -35,6 +35,10 @@ TResponse document_response(TJsonObject body);
 // with `err` as its text, or "Request failed" if `err` is empty.
 TResponse result_response(int result, const std::string& err, const char* success_text);
 
+// The terminate handler once a response has begun: ends the process with the status INTERNAL_ERROR,
+// without a second response.
+[[noreturn]] void exit_answered();
+
 // Writes a response to standard output; failing writes are ignored. Throws std::bad_alloc when
 // memory does not suffice to print the body, before anything is written, and nothing else.
 void write_response(const TResponse& response);
