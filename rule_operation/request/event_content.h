@@ -1,4 +1,5 @@
-// The model of one quick-rule request: which event, on which camera.
+// The model of one quick-rule request: which event, on which camera. The model's interface demands
+// that both classes have a virtual destructor, although nothing is derived from them.
 #pragma once
 
 #include <vector>
