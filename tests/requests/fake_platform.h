@@ -30,8 +30,9 @@ struct Outcome {
 };
 
 // The members of `request` have the names of the words in request_cases.txt: "method", "path",
-// "length" and "body", and what the platform answers other than usual. "throwing_at" is the
-// position, from 1, of a call that throws, and "allocation" that of an allocation that fails.
+// "length" and "body", and what the platform answers other than usual. "throwing_at" and
+// "terminating_at" are the positions, from 1, of a call that throws and of one that terminates the
+// process, and "allocation" that of an allocation that fails.
 //
 // Usually cameras are on channels 1, 3, 10 and 191, there is an all-day profile, no rule, and the
 // URI parameter func=addRule, and every call succeeds.

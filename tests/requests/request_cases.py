@@ -12,13 +12,16 @@ def read_reply(value):
     return [int(result), reply]
 
 
+def read_text(value):
+    return {"": None, "empty": ""}.get(value, value)
+
+
 def read_camera(value):
     channel, first_byte, guid = value.split(" ", 2)
-    return [int(channel), int(first_byte), guid]
+    return [int(channel), int(first_byte), read_text(guid)]
 
 
-GIVEN = dict.fromkeys(["method", "length", "path", "func", "GUID", "input"],
-                      lambda text: text or None)
+GIVEN = dict.fromkeys(["method", "length", "path", "func", "GUID", "input"], read_text)
 GIVEN.update(dict.fromkeys(["table", "authentication", "tokenizer", "clock"], int))
 GIVEN.update(dict.fromkeys(["schedules", "rules", "multicall"], read_reply))
 GIVEN_REPEATEDLY = {"camera": read_camera, "deletion": read_reply}
@@ -30,7 +33,7 @@ class Case:
         self.given = {"method": "POST", "body": definitions["ADD_RULE"]}  # what the harness reads
         self.answer = None  # code and text of an envelope, or None and the text of a document
         self.exit_status = None
-        self.posts, self.deletes, self.log = [], [], []
+        self.posts, self.creates, self.deletes, self.log = [], [], [], []
 
     def read_field(self, word, value):
         if word in METHODS:
@@ -39,8 +42,8 @@ class Case:
             self.given[word] = GIVEN[word](value)
         elif word in GIVEN_REPEATEDLY:
             self.given.setdefault(word, []).append(GIVEN_REPEATEDLY[word](value))
-        elif word in ("posts", "deletes", "log"):
-            getattr(self, word).append(value)
+        elif word in ("posts", "creates", "deletes", "log"):
+            getattr(self, word).append(read_text(value))
         elif word == "exit":
             self.exit_status = int(value)
         elif word == ">":
@@ -52,20 +55,35 @@ class Case:
             raise KeyError(word)
 
 
+def split_argument(text):
+    """The argument in parentheses at the start of a text, or None, and the rest of the text."""
+    if not text.startswith("("):
+        return None, text
+    for end in range(1, len(text) + 1):
+        if text.count("(", 0, end) == text.count(")", 0, end):
+            return text[1:end - 1], text[end:]
+    raise ValueError("a parenthesis is not closed")
+
+
 def expand(text, definitions):
     def repeat(match):
         return "".join(match[1].replace("#", str(count)) for count in range(int(match[2])))
 
-    for name, meaning in definitions.items():
-        text = re.sub(rf"\b{name}\b(?:\((.*?)\))?",
-                      lambda match: meaning.replace("@", match[1] or ""), text)
+    while "$" in text:  # the last name first, because no other is in its argument
+        before, _, after = text.rpartition("$")
+        name = re.match("[A-Z_]*", after)[0]
+        argument, rest = split_argument(after[len(name):])
+        if (argument is None) == ("@" in definitions[name]):
+            raise ValueError(f"${name} with an argument that it does not have, or without its own")
+        text = before + definitions[name].replace("@", argument or "") + rest
     text = re.sub(r"\{([^{}]{1,60})\*(\d+)\}", repeat, text)
     text = re.sub(r"\\x(..)", lambda match: chr(0xDC00 + int(match[1], 16)), text)
     return text.replace("\\0", "\0").replace("\\n", "\n")
 
 
 def read_cases():
-    """The cases of the file. A mistake is a ValueError that says where it is."""
+    """The cases of the file, and the request that is usual in them. A mistake is a ValueError that says
+    where it is."""
     definitions, cases = {}, []
     line_number = 1
     for line in re.split(r"\n(?!  )", FILE.read_text(encoding="utf-8")):
@@ -82,7 +100,7 @@ def read_cases():
             except (LookupError, ValueError) as mistake:
                 raise ValueError(f"{FILE.name}:{line_number}: {field}: {mistake}") from mistake
         line_number += 1 + line.count("\n")
-    return cases
+    return cases, Case("usual", definitions).given
 
 
-CASES = read_cases()
+CASES, USUAL = read_cases()

@@ -8,7 +8,7 @@ import subprocess
 import pytest
 
 from driver import PROJECT, record_exchange
-from request_cases import CASES
+from request_cases import CASES, USUAL
 
 STATUS = {None: "200 OK", 0: "200 OK", -3: "200 OK", -2: "401 Unauthorized"}
 FIXED = "127.0.0.1 10141 15 0 0 0 0"  # arguments of every call of a service
@@ -18,7 +18,6 @@ ASKED = {
     "POST": ["parameter func 0", f"GET {FIXED} /cfg/Schedule 0", "rules"],
     "DELETE": ["parameter GUID 0"],
 }
-USUAL = next(case.given for case in CASES if case.name == "last channel")
 
 
 def find_log_places():
@@ -36,6 +35,7 @@ LOG_PLACES = set(find_log_places())
 
 def run(bin_dir, given):
     """The outcome of a request. Bytes that are not UTF-8 are kept on both ways."""
+    print(json.dumps(given))  # shown when the test fails
     request = json.dumps(given, ensure_ascii=False)
     done = subprocess.run([f"{bin_dir}/request_harness"], input=os.fsencode(request),
                           stdout=subprocess.PIPE, timeout=60, check=True)
@@ -59,6 +59,10 @@ def response_to(answer):
 def check_calls(case, outcome):
     """A refusal ends them early. A rule is created last, when nothing else can refuse it."""
     given, calls = case.given, outcome["calls"]
+    body = len(os.fsencode(given["body"]))
+    reads = [call for call in calls if call.startswith("read ")]
+    if "length" not in given and "table" not in given:
+        assert reads == ([f"read 1 {body}"] if 0 < body < 4096 else [])
     if case.answer:
         handle = "null" if "input" in given else "input"
         length = len(os.fsencode(outcome["response"]))
@@ -67,7 +71,7 @@ def check_calls(case, outcome):
     if given["method"] == "POST" and (succeeds or "multicall" in given):
         check_creation(case, calls.pop(), outcome["pauses"])
     tokens = ["tokens " + given["path"]] if "path" in given else []
-    usual = ["signals", "input", "camera table", *tokens, "authentication 11"]
+    usual = ["signals", "input", "camera table", *reads, *tokens, "authentication 11"]
     usual += ASKED.get(given["method"], [])
     usual += [f"DELETE {FIXED} /cfg/Rule 1 {guid}" for guid in case.deletes]
     assert calls == (usual if succeeds else usual[:len(calls)])
@@ -78,6 +82,8 @@ def check_creation(case, call, pauses):
     assert pauses == 1800 * call.count('"GUID": ')  # microseconds
     for text in case.posts:
         assert text in call
+    for text in case.creates:
+        assert call == f"POST {FIXED} /cfg/multicalls {text}"
 
 
 def check_log(case, log):
@@ -89,11 +95,14 @@ def check_log(case, log):
         assert (function, int(line)) in LOG_PLACES
         assert case.exit_status or not text.startswith(("Error", "Internal"))
         messages.append(f"{function} {text}")
-    refusal = [f"... {case.answer[1]}..."] if case.exit_status < -100 else []
-    following = iter(messages)
-    for line in case.log or refusal:
-        pattern = "(?s)" + re.escape(line).replace(r"\.\.\.", ".*")
-        assert any(re.fullmatch(pattern, message) for message in following), messages
+    if case.log:
+        functions = {line.split()[0] for line in case.log}
+        messages = [message for message in messages if message.split()[0] in functions]
+        assert len(messages) == len(case.log) and all(
+            re.fullmatch(re.escape(line).replace(r"\.\.\.", ".*"), message, re.DOTALL)
+            for line, message in zip(case.log, messages)), messages
+    elif case.exit_status < -100:
+        assert any(f" {case.answer[1]}" in message for message in messages), messages
 
 
 @pytest.mark.parametrize("case", CASES, ids=lambda case: case.name)
@@ -124,8 +133,21 @@ def test_an_exception_is_answered_once(bin_dir):
         assert outcome["response"] == response_to((-4, "Internal error"))
         assert outcome["exit_status"] == -4
         assert len(outcome["calls"]) == position + (position > 3)
-    with pytest.raises(subprocess.CalledProcessError, match=str(-4 % 256)):
-        run(bin_dir, {**USUAL, "throwing_at": count})  # releases the parameters
+
+
+def test_a_process_that_cannot_go_on_has_answered_once(bin_dir):
+    """When no exception can be thrown, or none may be: the last call releases the parameters."""
+    usual = run(bin_dir, USUAL)
+    count = len(usual["calls"])
+    for faults, response in (
+            ({"terminating_at": 1}, response_to((-4, "Internal error"))),
+            ({"terminating_at": count - 1}, response_to((-4, "Internal error"))),
+            ({"throwing_at": 5, "terminating_at": 6}, response_to((-4, "Internal error"))),
+            ({"throwing_at": count}, usual["response"])):
+        request = json.dumps({**USUAL, **faults}).encode()
+        done = subprocess.run([f"{bin_dir}/request_harness"], input=request,
+                              stdout=subprocess.PIPE, timeout=60)
+        assert (done.stdout.decode(), done.returncode) == (response, -4 % 256)
 
 
 def test_a_lack_of_memory_is_answered_or_harmless(bin_dir):
