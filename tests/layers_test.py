@@ -12,6 +12,6 @@ def test_layers():
     for top in ("platform", "rule_operation", "host"):
         for path in (*PROJECT.glob(f"{top}/**/*.h"), *PROJECT.glob(f"{top}/**/*.cpp")):
             folder = str(path.relative_to(PROJECT).parent)
-            included = re.findall(r'^#include "(?:(.*)/)?[^/]+"', path.read_text(), re.MULTILINE)
+            included = re.findall(r'^#include "(?:([^"\n]*)/)?[^/"\n]+"', path.read_text(), re.MULTILINE)
             for other in set(included) - {folder}:
                 assert other.removeprefix(f"{top}/") in may_include[folder], path

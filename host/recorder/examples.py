@@ -38,7 +38,8 @@ def main(bin_dir=BUILT_PROGRAMS, page=PROJECT / "docs/api.md"):
     with Recorder(bin_dir) as recorder:
         recorder.start()
         examples = read_examples(pathlib.Path(page))
-        for (command, expected), printed in zip(examples, run_examples(examples, recorder)):
+        for (command, expected), printed in zip(examples, run_examples(examples, recorder),
+                                                strict=True):
             print(f"$ {command}\n{printed.rstrip()}\n")
             if without_random_parts(printed) != without_random_parts(expected):
                 sys.exit(f"not as in {page}, which says:\n{expected}")

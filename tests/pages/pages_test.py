@@ -1,4 +1,4 @@
-"""The examples in the pages of docs/, on the host recorder."""
+"""The examples in the pages of docs/, on the host recorder, and the tests that they name."""
 
 import base64
 import re
@@ -13,8 +13,24 @@ from driver import PROJECT, Rule, without_random_parts
 def test_examples(page, recorder):
     examples = read_examples(PROJECT / f"docs/{page}.md")
     assert len(examples) > 3
-    for (command, expected), printed in zip(examples, run_examples(examples, recorder)):
+    for (command, expected), printed in zip(examples, run_examples(examples, recorder), strict=True):
         assert without_random_parts(printed) == without_random_parts(expected), command
+
+
+def test_all_but_random_parts_is_compared():
+    assert without_random_parts(f"a 3333333333{18 * 'F'}0003 b\n") == "a 3333333333...0003 b"
+
+
+def test_the_security_page_names_tests_that_exist():
+    page = (PROJECT / "docs/security.md").read_text()
+    shown_by = " ".join(re.findall(r"^\| .* \| (.*) \|$", page, re.MULTILINE))
+    tests = "\n".join(path.read_text() for path in (PROJECT / "tests").rglob("*_test.py"))
+    tests += (PROJECT / "tests/requests/request_cases.txt").read_text()
+    names = set(re.findall("`([^`]+)`", shown_by)) | set(re.findall(r"`(test_\w+)`", page))
+    assert len(names) > 20
+    for name in names:
+        written = rf'^def {name}\(|^= {re.escape(name)}( \||$)|^ +"{name}": '
+        assert re.search(written, tests, re.MULTILINE) or (PROJECT / name).exists(), name
 
 
 def test_the_program_sends_the_multicall_of_the_page(recorder):
