@@ -2,6 +2,7 @@
 
 import os
 import re
+import socket
 
 import pytest
 
@@ -28,6 +29,7 @@ APACHE = "".join(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.
                  for name in APACHE_MODULES) + """\
 ServerRoot STATE
 DefaultRuntimeDir STATE
+PidFile STATE/apache.pid
 ErrorLog STATE/apache.log
 Listen 127.0.0.1:PORT
 PassEnv RULE_RECORDER_DIR
@@ -64,6 +66,11 @@ OTHER_USER = ["setpriv", "--reuid=1", "--regid=1", "--clear-groups", "--pdeathsi
               "--inh-caps=+dac_override", "--ambient-caps=+dac_override"]
 
 
+def listens(path):
+    with socket.socket(socket.AF_UNIX) as probe:
+        return probe.connect_ex(str(path)) == 0
+
+
 def start_web_server(name, recorder):
     """Starts the web server until the recorder's end; returns the address of the endpoint."""
     port = free_port(None)
@@ -88,7 +95,9 @@ def start_web_server(name, recorder):
     for command in commands:
         recorder.start_process(*(OTHER_USER if os.geteuid() == 0 else []), *own(command).split(),
                                env=environment)
-    assert wait_until(lambda: is_open(port))
+    # nginx does not wait for fcgiwrap.
+    assert wait_until(lambda: is_open(port) and
+                      (name != "nginx" or listens(recorder.state / "fcgiwrap.socket")))
     return f"http://127.0.0.1:{port}{path}"
 
 
