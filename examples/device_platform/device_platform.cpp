@@ -61,6 +61,7 @@ std::string_view take(std::string_view& rest, char separator)
 void register_signal_handler()
 {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 tagINPUT* CGI_Get_Input_URL()

@@ -21,11 +21,11 @@ check() {
     exec {input}<>"$scratch/input"
     printf '%s' "$5" >&"$input"
     timeout 60 env -i "${variables[@]}" "${@:6}" "${command[@]}" \
-        <"$scratch/input" >"$scratch/response" || exit_status=$?
+        <"$scratch/input" 2>"$scratch/log" | cat >"$scratch/response" || exit_status=$?
     exec {input}>&-
     echo "exit status $exit_status" >>"$scratch/response"
     echo "$1"
-    diff "$scratch/expected" "$scratch/response" || failed=1
+    diff "$scratch/expected" "$scratch/response" || { failed=1 && cat "$scratch/log"; }
 }
 
 # post TITLE EXIT_STATUS CODE TEXT BODY QUERY: a POST that is refused.
@@ -64,5 +64,7 @@ post 'recording channel without a camera' 45 -211 \
 post 'no service behind a whole rule' 155 -101 \
     'Internal error get time profile guid fail ret=-101' \
     "$(on_channel 0)" "$add_rule"
+command=(prlimit --fsize=0 "${command[@]}")
+check 'no room for the log' 0 '200 OK' null '' REQUEST_METHOD=PUT PATH_INFO=/logged
 
 exit "$failed"
