@@ -25,5 +25,6 @@ struct t_vistra_auth_info {
 // endpoint always passes 11. `*info` is all zero before the call. Returns 0 when the caller may
 // proceed, and then fills `*info`; any other value is a refusal. It must refuse whenever it is in
 // doubt, because nothing is checked again later, and its time must not reveal whether a user
-// exists.
+// exists. A name in REMOTE_USER proves nothing unless the web server is known to have checked the
+// password: some pass on whatever name the client sent (docs/web-servers.md).
 int cgi_check_user_authentication_v3(tagINPUT* input, t_vistra_auth_info* info, unsigned int what);

@@ -1,8 +1,11 @@
 """The rule endpoint with the web servers of docs/web-servers.md, set up as that page says."""
 
 import os
+import pathlib
 import re
 import socket
+import tempfile
+import urllib.parse
 
 import pytest
 
@@ -11,12 +14,11 @@ from driver import PROJECT, Rule, RuleClient, free_port, is_open, wait_until
 PAGE = (PROJECT / "docs/web-servers.md").read_text()
 PROGRAM = "/usr/libexec/rule_operation/rule_operation.cgi"
 ADD = "?func=addRule"
-# The others have nothing but a method.
+# The others are a method and nothing else, sent by another client or from another page.
 REQUESTS = {
     "PUT to `/some/path` after the address": ("PUT", "/some/path"),
     "GET of `.bak` after the address": ("GET", ".bak"),
     "GET with 8,192 bytes of query": ("GET", "?" + 8191 * "x"),
-    "PUT without credentials": ("PUT",),
     "POST of `{}`": ("POST", ADD, b"{}"),
     "POST of `{}` in chunks": ("POST", ADD, (b"{", b"}")),
     "POST of 4,095 bytes": ("POST", ADD, b"{}".ljust(4095)),
@@ -24,7 +26,17 @@ REQUESTS = {
     "POST of 70,000 bytes": ("POST", ADD, b"{}".ljust(70000)),
     "DELETE of `{}`": ("DELETE", "", b"{}"),
 }
-APACHE_MODULES = ("mpm_event", "authz_core", "alias", "env", "cgid")
+LIGHTTPD = """\
+server.modules = ( "mod_access", "mod_alias", "mod_auth", "mod_cgi" )
+server.bind = "127.0.0.1"
+server.port = PORT
+server.document-root = "STATE/www"
+server.upload-dirs = ( "STATE" )
+server.errorlog = "STATE/lighttpd.log"
+LINES_OF_THE_PAGE
+"""
+APACHE_MODULES = ("mpm_event", "authn_core", "authn_file", "authz_core", "authz_user", "auth_basic",
+                  "alias", "env", "cgid")
 APACHE = "".join(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so\n"
                  for name in APACHE_MODULES) + """\
 ServerRoot STATE
@@ -54,8 +66,9 @@ http {
 """
 # The configuration, the commands and the path of the endpoint.
 SERVERS = {
+    "lighttpd": (LIGHTTPD, ["lighttpd -D -f STATE/configuration"], "/rule"),
     "Apache": (APACHE, ["apache2 -DFOREGROUND -f STATE/configuration"], "/rule"),
-    "nginx": (NGINX, ["env -u HTTP_AUTHORIZATION fcgiwrap -s unix:STATE/fcgiwrap.socket",
+    "nginx": (NGINX, ["fcgiwrap -s unix:STATE/fcgiwrap.socket",
                       "nginx -e STATE/nginx.log -c STATE/configuration"], "/rule"),
     "BusyBox": ("LINES_OF_THE_PAGE",
                 ["busybox httpd -f -p 127.0.0.1:PORT -h STATE/www -c STATE/configuration"],
@@ -71,13 +84,34 @@ def listens(path):
         return probe.connect_ex(str(path)) == 0
 
 
-def start_web_server(name, recorder):
+def lines_of_the_page(name, trusting):
+    """What the page has for a platform that trusts the web server, or for one that does not."""
+    lines, *more = re.findall(rf"^```{name.lower()}\n(.*?)^```", PAGE, re.DOTALL | re.MULTILINE)
+    if not trusting or not more:
+        return lines
+    is_inside = more[0].startswith(" ")
+    return lines.removesuffix("}\n") + more[0] + "}\n" if is_inside else lines + more[0]
+
+
+def trusting_program(recorder):
+    return recorder.program.parent / "device_platform" / recorder.program.name
+
+
+def start_web_server(name, trusting, program, recorder):
     """Starts the web server until the recorder's end; returns the address of the endpoint."""
     port = free_port(None)
-    lines = re.search(rf"^```{name.lower()}\n(.*?)^```", PAGE, re.DOTALL | re.MULTILINE)[1]
-    values = {"LINES_OF_THE_PAGE": lines, "STATE": recorder.state, "PORT": port,
-              "PASSWORD": recorder.password, PROGRAM: recorder.program,
-              "/run/fcgiwrap.socket": recorder.state / "fcgiwrap.socket"}
+    state = pathlib.Path(tempfile.mkdtemp(dir=recorder.state))
+    (state / "www/cgi-bin").mkdir(parents=True)
+    (state / "www/cgi-bin/rule").symlink_to(program)
+    (state / "rule_endpoint.conf").write_text(
+        f'var.rule_program = "{program}"\n' +
+        (PROJECT / "host/web_server/rule_endpoint.conf").read_text())
+    values = {"LINES_OF_THE_PAGE": lines_of_the_page(name, trusting), "STATE": state,
+              "PORT": port, "PASSWORD": recorder.password, PROGRAM: program,
+              "/usr/share/rule_operation/lighttpd.conf": state / "rule_endpoint.conf",
+              "/etc/rule_operation/users": recorder.state / "users",
+              "/run/fcgiwrap.socket": state / "fcgiwrap.socket",
+              r"recorder\.example": rf"127\.0\.0\.1:{port}", "recorder.example": f"127.0.0.1:{port}"}
 
     def own(text):
         for placeholder, value in values.items():
@@ -85,19 +119,14 @@ def start_web_server(name, recorder):
         return text
 
     configuration, commands, path = SERVERS[name]
-    (recorder.state / "configuration").write_text(own(configuration))
-    # BusyBox does not pass credentials on, but its environment; fcgiwrap would pass both. The host's
-    # platform finds them there, those of devices take the name from REMOTE_USER.
-    environment = {**recorder.environment(), "PATH": os.environ["PATH"] + ":/usr/sbin"}
-    if name == "BusyBox":
-        (recorder.state / "www/cgi-bin").mkdir()
-        (recorder.state / "www/cgi-bin/rule").symlink_to(recorder.program)
+    (state / "configuration").write_text(own(configuration))
     for command in commands:
-        recorder.start_process(*(OTHER_USER if os.geteuid() == 0 else []), *own(command).split(),
-                               env=environment)
+        recorder.start_process(
+            *(OTHER_USER if os.geteuid() == 0 else []), *own(command).split(),
+            env={"RULE_RECORDER_DIR": recorder.state, "PATH": os.environ["PATH"] + ":/usr/sbin"})
     # nginx does not wait for fcgiwrap.
     assert wait_until(lambda: is_open(port) and
-                      (name != "nginx" or listens(recorder.state / "fcgiwrap.socket")))
+                      (name != "nginx" or listens(state / "fcgiwrap.socket")))
     return f"http://127.0.0.1:{port}{path}"
 
 
@@ -106,17 +135,43 @@ def outcome(answer):
     return code[1].decode() if code else str(answer.status)
 
 
-@pytest.mark.parametrize("name", ["lighttpd", *SERVERS])
-def test_web_server(name, recorder):
-    url = start_web_server(name, recorder) if name in SERVERS else recorder.url
+@pytest.mark.parametrize("name, trusting", [
+    (name, trusting) for name in SERVERS for trusting in (False, True) if trusting or name != "BusyBox"])
+def test_web_server(name, trusting, recorder):
+    """The host's platform checks credentials itself, that of the example trusts the web server. lighttpd
+    with the host's platform is the web server of the host recorder."""
+    is_own = name == "lighttpd" and not trusting
+    program = trusting_program(recorder) if trusting else recorder.program
+    url = recorder.url if is_own else start_web_server(name, trusting, program, recorder)
     client = RuleClient(url, recorder.user, recorder.password)
-    rows = [line.strip("| ").split(" | ") for line in PAGE.splitlines() if line.startswith("| ")]
+    strangers = {"PUT without credentials": RuleClient(url),
+                 "PUT with a wrong password": RuleClient(url, recorder.user, "wrong")}
+    origin = "http://" + urllib.parse.urlsplit(url).netloc
+    origins = {"PUT from its own origin": origin, "PUT from another origin": origin + "0",
+               "PUT from the origin `null`": "null"}
+    table = PAGE.partition("## What each of them answers")[2]
+    rows = [line.strip("| ").split(" | ") for line in table.splitlines() if line.startswith("| ")]
     column = rows[0].index(name)
     log = recorder.state / "rule.log"
     log.write_text("")
     for row in rows[1:]:
-        asking = RuleClient(url) if "without" in row[0] else client
-        assert (row[0], outcome(asking.request(*REQUESTS.get(row[0], row[:1])))) == (row[0], row[column])
-    assert client.add(Rule(event=536936448, channel=3))
-    assert client.list() == recorder.client.list()
-    assert "PathInfo = /some/path\n" in log.read_text()
+        title, expected = row[0], row[column]
+        if trusting and title == "get":  # the example has no list
+            continue
+        if trusting and expected == "-2":
+            expected = "401"
+        headers = {"Origin": origins[title]} if title in origins else None
+        answer = strangers.get(title, client).request(
+            *REQUESTS.get(title, title.split()[:1]), headers=headers)
+        assert (title, outcome(answer)) == (title, expected)
+    if not trusting:
+        assert client.add(Rule(event=536936448, channel=3))
+        assert client.list() == recorder.client.list()
+        assert "PathInfo = /some/path\n" in log.read_text()
+
+
+@pytest.mark.parametrize("name", ["lighttpd", "Apache", "nginx"])
+def test_unchecked_name_is_not_passed_on(name, recorder):
+    url = start_web_server(name, False, trusting_program(recorder), recorder)
+    client = RuleClient(url, recorder.user, recorder.password)
+    assert outcome(client.request("PUT")) == "-2"
