@@ -3,8 +3,8 @@
 #include <expat.h>
 
 #include <memory>
-#include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -51,15 +51,21 @@ struct Element {
 struct Builder {
     XML_Parser parser;
     std::vector<Element> open;  // the first one stands for the document
+    bool has_failed;
 
-    // Runs a step. No exception may pass through expat, which is written in C.
+    // Runs a step. No exception may pass through expat, which is written in C, and which may call
+    // once more after it was stopped.
     template <typename Step>
     static void run(void* data, Step step)
     {
         auto* const builder = static_cast<Builder*>(data);
+        if (builder->has_failed) {
+            return;
+        }
         try {
             step(builder->open);
-        } catch (const std::bad_alloc&) {
+        } catch (const std::exception&) {
+            builder->has_failed = true;
             XML_StopParser(builder->parser, XML_FALSE);
         }
     }
@@ -67,11 +73,11 @@ struct Builder {
 
 void start_element(void* data, const char* name, const char** /*attributes*/)
 {
-    Builder::run(data, [data, name](std::vector<Element>& open) {
-        open.push_back({name, "", {}});
+    Builder::run(data, [name](std::vector<Element>& open) {
         if (open.size() > MAX_DEPTH) {
-            XML_StopParser(static_cast<Builder*>(data)->parser, XML_FALSE);
+            throw std::length_error("nested too deep");
         }
+        open.push_back({name, "", {}});
     });
 }
 
@@ -110,7 +116,7 @@ Json::Value read_content(std::string_view encoded)
     if (!document || parser == nullptr) {
         return {};
     }
-    Builder builder{parser.get(), std::vector<Element>(1)};
+    Builder builder{parser.get(), std::vector<Element>(1), false};
     XML_SetUserData(parser.get(), &builder);
     XML_SetElementHandler(parser.get(), start_element, end_element);
     XML_SetCharacterDataHandler(parser.get(), add_text);
