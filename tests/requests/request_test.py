@@ -62,7 +62,8 @@ def check_calls(case, outcome):
     body = len(os.fsencode(given["body"]))
     reads = [call for call in calls if call.startswith("read ")]
     if "length" not in given and "table" not in given:
-        assert reads == ([f"read 1 {body}"] if 0 < body < 4096 else [])
+        rest = range(body if body < 4096 else 0, 0, -100)  # it comes in pieces of 100 bytes
+        assert reads == [f"read 1 {length}" for length in rest]
     if case.answer:
         handle = "null" if "input" in given else "input"
         length = len(os.fsencode(outcome["response"]))
