@@ -234,14 +234,16 @@ class Recorder:
         if not self.channels or self.read_only:
             return
         try:
-            left = [entry["GUID"] for entry in self.made()]
-            for guid in left:
-                self.delete(guid)
-            left = [entry["GUID"] for entry in self.made()] if left else []
+            for _ in range(3):
+                made = [entry["GUID"] for entry in self.made()]
+                if not made:
+                    return
+                for guid in made:
+                    self.delete(guid)
+            left = ", ".join(made)
         except (Failed, OSError, http.client.HTTPException) as failure:
-            left = [f"rules on the given channels ({failure})"]
-        if left:
-            self.read_only = printable(f"could not be deleted: {', '.join(left)}")
+            left = f"what there is on channel {self.options.channel}, because of {failure!r}"
+        self.read_only = printable(f"could not be deleted: {left}")
 
     def show_progress(self, text=""):
         if sys.stderr.isatty():
@@ -351,6 +353,13 @@ def body_in_chunks(recorder):
     expect(recorder.post((b"{", b"}")), NO_EVENT, NO_BODY, OF_WEB_SERVER.format(411))
 
 
+@row("bodies", "api.md#requests")
+def body_of_deletion(recorder):
+    """The body of a DELETE is read."""
+    expect(outcome(recorder.ask("DELETE", "", b"{}")),
+           refusal(-302, "Error input Json no ruleGUID object"))
+
+
 @row("bodies", "api.md#what-the-web-server-answers", "channel")
 def body_cut_off(recorder):
     """No rule is created from a body that is shorter than announced."""
@@ -379,9 +388,8 @@ def body_that_stops(recorder):
 
 @row("documents", "api.md#refusals")
 def not_json(recorder):
-    """A body that is not JSON is refused, with code -101 or for DELETE -301."""
+    """A body that is not JSON is refused with code -101."""
     expect(recorder.post(b"{"), refusal(-101, "Error input Json format error"))
-    expect(outcome(recorder.ask("DELETE", "", b"{")), refusal(-301, "Error input Json format error"))
 
 
 @row("documents", "porting.md#what-is-needed")
@@ -543,15 +551,15 @@ def several_events(recorder):
 @row("many", "api.md#guids-that-are-in-use", "channel", seconds=120)
 def clock(recorder):
     """Rules are refused with -221 no more often than random GUIDs explain: the clock advances."""
+    bound = clash_bound(len(EVENTS))
     clashes = 0
     for done, event in enumerate(EVENTS):
         recorder.show_progress(f"clock {done}/{len(EVENTS)}")
         answer, more = recorder.add(event, recorder.options.channel)
-        expect(answer, ADDED)
         clashes += more
-    bound = clash_bound(len(EVENTS))
-    if clashes > bound:
-        raise Failed(f"at most {bound} refusals for {len(EVENTS)} rules", f"{clashes} refusals")
+        if clashes > bound:
+            raise Failed(f"at most {bound} refusals for {len(EVENTS)} rules", f"{clashes} or more")
+        expect(answer, ADDED)
 
 
 @row("many", "config-service.md#deletion", "channel", seconds=300, slow=True)
@@ -621,7 +629,7 @@ def service_schedules(recorder):
 
 def learn(recorder):
     """Learns from a rule of the endpoint what the service wants in others."""
-    recorder.must_add(EVENT, recorder.options.channel)
+    recorder.must_add(EVENT, recorder.options.channel, name="to learn from")
     entry = recorder.only_rule()
     recorder.learned = (member(entry, "event.0.content.event_profile.SourceIds.id0"),
                         member(entry, "content.rule.TimeProfile"))
@@ -674,12 +682,13 @@ def service_stands_still(recorder):
     run(recorder.options.stop_service)
     try:
         start = time.monotonic()
-        answer = recorder.post(document(EVENT, recorder.options.channel))
+        # Of a schedule that does not exist, so that no rule is created when the service goes on.
+        answer = recorder.post(document(EVENT, recorder.options.channel, schedule="none"))
         seconds = time.monotonic() - start
     finally:
         run(recorder.options.start_service)
-    expect(re.sub("-10[123]", "-101", answer),
-           refusal(-101, "Internal error get time profile guid fail ret=-101"))
+    expect(re.sub("-10[23]", "-101", answer),
+           refusal(-101, "Error check time profile [none] fail ret=-101"))
     if seconds > ANSWER_LIMIT:
         raise Failed(f"an answer within {ANSWER_LIMIT} seconds", f"one after {seconds:.1f} seconds")
 
@@ -825,10 +834,9 @@ def run(options, rows):
     print(", ".join(f"{counts[verdict]} {verdict}" for verdict in ("passed", "failed", "skipped")))
     if options.junit:
         write_junit(options.junit, results)
-    left = recorder.read_only.startswith("could not")
-    if left:
+    if recorder.read_only:
         print(f"check_recorder: {recorder.read_only}", file=sys.stderr)
-    return 130 if interrupted else 1 if counts["failed"] or left else 0
+    return 130 if interrupted else 1 if counts["failed"] or recorder.read_only else 0
 
 
 def main(arguments=None):
