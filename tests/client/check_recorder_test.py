@@ -35,6 +35,7 @@ class Fault(NamedTuple):
 FAULTS = [
     Fault("no-credentials", "PUT(?!.*Authorization)", "401 .*", "200 OK\r\n\r\nnull"),
     Fault("wrong-password", "PUT.*Authorization", "401 .*", "200 OK\r\n\r\nnull"),
+    Fault("other-origin", "PUT.*Origin", "403 .*", "200 OK\r\n\r\nnull"),
     Fault("put", "PUT", "200 OK", "202 Accepted"),
     Fault("unknown-method", "PATCH", "200 .*", "405 No\r\n\r\n"),
     Fault("head", "HEAD", "200 OK", "400 Bad Request"),
