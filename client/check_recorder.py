@@ -270,8 +270,9 @@ def wrong_password(recorder):
 @row("credentials", "web-servers.md#pages-of-other-origins")
 def other_origin(recorder):
     """The request of a page of another origin is refused with status 403."""
-    answer = recorder.ask("PUT", headers={"Origin": "http://other.example"})
-    expect(outcome(answer), OF_WEB_SERVER.format(403))
+    for origin in "http://other.example", "null":
+        answer = recorder.ask("PUT", headers={"Origin": origin})
+        expect(outcome(answer), OF_WEB_SERVER.format(403))
 
 
 # Methods.
