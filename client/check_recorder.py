@@ -183,10 +183,12 @@ class Recorder:
     def rules(self):
         """The entries of all rules."""
         answer = self.ask("GET")
-        try:
-            return json.loads(answer.body)["ruleList"] or []
-        except (KeyError, TypeError, ValueError) as failure:
-            raise Failed("the list of rules", outcome(answer)) from failure
+        with contextlib.suppress(RecursionError, ValueError):
+            document = json.loads(answer.body)
+            rules = member(document, "ruleList")
+            if document is None or isinstance(rules, list):
+                return rules or []
+        raise Failed("the list of rules, or null", outcome(answer))
 
     def made(self):
         """The entries of the rules that this command has made: there were none on its channels."""
@@ -210,16 +212,14 @@ class Recorder:
 
     def begin(self):
         """Finds out whether rows may create rules. Returns why the command must not start, or None."""
-        if not self.channels:
-            return None
         try:
             there = [str(member(entry, "GUID")) for entry in self.rules() if self.is_in_use(entry)]
         except (Failed, http.client.HTTPException):
-            self.read_only = "the list of rules cannot be read"
+            self.read_only = "the list of rules cannot be read" if self.channels else ""
             return None
         if there:
             return f"there are rules on the given channels: {', '.join(there)}"
-        if self.delete(32 * "0") != DELETED:
+        if self.channels and self.delete(32 * "0") != DELETED:
             self.read_only = "rules cannot be deleted"
         return None
 
@@ -308,10 +308,7 @@ def headers(recorder):
 @row("methods", "api.md#the-list-of-rules")
 def listing(recorder):
     """GET is answered with the list of all rules, or with null."""
-    answer = recorder.ask("GET")
-    expect(answer.status, 200)
-    rules = json.loads(answer.body)
-    expect(rules is None or isinstance(member(rules, "ruleList"), list), True)
+    recorder.rules()
 
 
 # The parameter func.
@@ -737,7 +734,7 @@ def run_row(each, recorder):
     except TimeIsUp:
         failure = Failed(f"an end within {each.seconds} seconds", "none")
     except Exception as error:  # whatever a recorder sends leads to
-        failure = Failed(each.requirement, f"{type(error).__name__}: {error}")
+        failure = Failed("an answer of the right form", f"{type(error).__name__}: {error}")
     seconds = time.monotonic() - start
     recorder.clean()
     recorder.show_progress()
@@ -815,18 +812,20 @@ def check(rows, recorder):
     """Checks the rows and shows the results. Returns them, and whether that was interrupted."""
     results = []
     interrupted = False
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    interruptions = signal.SIGHUP, signal.SIGINT, signal.SIGTERM
+    for number in interruptions:
+        signal.signal(number, signal.default_int_handler)
     try:
         for each in rows:
             results.append(run_row(each, recorder))
             show(results[-1])
     except KeyboardInterrupt:
         interrupted = True
-        signal.signal(signal.SIGINT, signal.SIG_IGN)
-        signal.signal(signal.SIGTERM, signal.SIG_IGN)
-        recorder.show_progress()
-        print("interrupted; deleting what was made", file=sys.stderr)
+        for number in interruptions:
+            signal.signal(number, signal.SIG_IGN)
         recorder.clean()
+        recorder.show_progress()
+        print("check_recorder: interrupted", file=sys.stderr)
     return results, interrupted
 
 
@@ -862,6 +861,8 @@ def main(arguments=None):
             netrc.NetrcParseError) as failure:
         print(f"check_recorder: {printable(str(failure))}", file=sys.stderr)
         return 1
+    except KeyboardInterrupt:
+        return 130
 
 
 if __name__ == "__main__":

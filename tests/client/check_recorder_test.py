@@ -14,7 +14,7 @@ from xml.etree import ElementTree
 import pytest
 
 import check_recorder
-from driver import Rule
+from driver import PROJECT, Rule
 
 NIGHT = "5C4ED01E000000000000000000000003"
 CLASH = '400 Bad Request\r\n\r\n{ "ret_code": -221, "ret_mesg": "Error add rule multicall reply fail" }'
@@ -45,6 +45,7 @@ FAULTS = [
     Fault("headers", "PUT", "\r\n\r\n", "\r\nStatus: 200 OK\r\n\r\n"),
     Fault("listing", "GET /rule", r"\[ \]", "{ }"),
     Fault("listing", "GET /rule", "\r\n\r\n", "\r\nContent-Length: 99\r\n\r\n"),
+    Fault("listing", "GET /rule", "[{].*", 9999 * "["),
     Fault("func-missing", "POST /rule HTTP", r"-290, .*", '-291, "ret_mesg": "content data is NULL" }'),
     Fault("func-encoded", "POST.*%52", "-102", "-292"),
     Fault("func-unknown", "addrule", "=.addrule", "=[addRule"),
@@ -176,8 +177,11 @@ def failed_rows(output):
     return re.findall(r"^failed +(\S+)", output, re.MULTILINE)
 
 
-def test_every_row_has_a_fault():
+def test_every_row_has_a_fault_and_a_heading():
     assert {each.name for each in check_recorder.ROWS} == {fault.row for fault in FAULTS + SLOW_FAULTS}
+    for page, heading in (each.page.split("#") for each in check_recorder.ROWS):
+        headings = re.findall("^#+ (.*)", (PROJECT / page).read_text(), re.MULTILINE)
+        assert heading in [title.lower().replace(" ", "-") for title in headings]
 
 
 def test_sound_recorder(proxy, recorder, tmp_path):
