@@ -489,7 +489,7 @@ def schedule_given(recorder):
 def two_clients(recorder):
     """Two clients can create rules at the same moment."""
     def add(event):
-        return recorder.add(event, recorder.options.channel)[0]
+        return recorder.add(event, recorder.options.channel, name="one of two")[0]
 
     for _ in range(3):
         with concurrent.futures.ThreadPoolExecutor(2) as clients:
@@ -805,22 +805,25 @@ def parse_arguments(arguments):
     return options
 
 
+def on_interruption(handler):
+    for number in signal.SIGHUP, signal.SIGINT, signal.SIGTERM:
+        signal.signal(number, handler)
+
+
 def check(rows, recorder):
     """Checks the rows and shows the results. Returns them, and whether that was interrupted."""
     results = []
     interrupted = False
-    interruptions = signal.SIGHUP, signal.SIGINT, signal.SIGTERM
-    for number in interruptions:
-        signal.signal(number, signal.default_int_handler)
+    on_interruption(signal.default_int_handler)
     try:
         for each in rows:
             results.append(run_row(each, recorder))
             show(results[-1])
     except KeyboardInterrupt:
         interrupted = True
-        for number in interruptions:
-            signal.signal(number, signal.SIG_IGN)
+        on_interruption(signal.SIG_IGN)
         recorder.clean()
+        on_interruption(signal.default_int_handler)
         recorder.show_progress()
         print("check_recorder: interrupted", file=sys.stderr)
     return results, interrupted

@@ -29,7 +29,6 @@ class Fault(NamedTuple):
     new: str
     after: str = ""
     end: bytes = b""  # sent after what a client has sent
-    alone: bool = False  # a request during another is refused
 
 
 FAULTS = [
@@ -69,7 +68,7 @@ FAULTS = [
     Fault("alarm-input", "GET", '00101A"', '001026"'),
     Fault("recording", "GET", '("actpf0": ".{28})00BF', r"\g<1>0191"),
     Fault("schedule-given", "GET", NIGHT, NIGHT[:-1] + "1"),
-    Fault("two-clients", "", "", "", alone=True),
+    Fault("two-clients", '"one of two"', "200 .*", "503 Service Unavailable\r\n\r\n"),
     Fault("name-with-marks", "GET", r"<\\/name>", "&lt;/name>"),
     Fault("name-with-controls", "GET", r"\\u001f", ""),
     Fault("name-in-utf8", "GET", "\U0010ffff", "?"),
@@ -95,7 +94,6 @@ class Proxy:
     def __init__(self):
         self.fault = Fault("", "", "", "")
         self.before = ""  # the last answer
-        self.busy = threading.Lock()
         self.on_request = lambda request: None
 
     @contextlib.contextmanager
@@ -121,29 +119,22 @@ class Proxy:
 
     def _answer(self, client, server):
         is_head = client.recv(4, socket.MSG_PEEK) == b"HEAD"
-        alone = self.busy.acquire(blocking=False)
-        try:
-            request = bytearray()
-            threading.Thread(target=self._pass_on, args=(client, server, request), daemon=True).start()
-            response = http.client.HTTPResponse(server, method="HEAD" if is_head else None)
-            response.begin()
-            answer = f"HTTP/1.1 {response.status} {response.reason}\r\n" + "".join(
-                f"{name}: {value}\r\n" for name, value in response.getheaders()
-                if name not in ("Transfer-Encoding", "Content-Length"))
-            answer += "\r\n" + response.read().decode()
-        finally:
-            if alone:
-                self.busy.release()
-        if self.fault.alone and not alone:
-            return "HTTP/1.1 503 Service Unavailable\r\n\r\n"
-        return self._change(request.decode(), answer)
+        request = bytearray()
+        threading.Thread(target=self._pass_on, args=(client, server, request), daemon=True).start()
+        response = http.client.HTTPResponse(server, method="HEAD" if is_head else None)
+        response.begin()
+        answer = f"HTTP/1.1 {response.status} {response.reason}\r\n" + "".join(
+            f"{name}: {value}\r\n" for name, value in response.getheaders()
+            if name not in ("Transfer-Encoding", "Content-Length"))
+        return self._change(request.decode(), answer + "\r\n" + response.read().decode())
 
     def _pass_on(self, client, server, request):
         with contextlib.suppress(OSError):
             while data := client.recv(65536):
                 request += data
                 # The service answers only who knows its address.
-                server.sendall(re.sub(rb"Host: [^\r]+", b"Host: 127.0.0.1:%d" % server.getpeername()[1], data))
+                address = b"Host: 127.0.0.1:%d" % server.getpeername()[1]
+                server.sendall(re.sub(rb"Host: [^\r]+", address, data))
             server.sendall(self.fault.end)
             server.shutdown(socket.SHUT_WR)
 
