@@ -241,7 +241,7 @@ class Recorder:
                     self.delete(guid)
             left = ", ".join(made)
         except (Failed, OSError, http.client.HTTPException) as failure:
-            left = f"what there is on channel {self.options.channel}, because of {failure!r}"
+            left = f"rules on {self.channels}, because of {failure!r}"
         self.read_only = printable(f"could not be deleted: {left}")
 
     def show_progress(self, text=""):

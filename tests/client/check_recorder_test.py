@@ -75,7 +75,7 @@ FAULTS = [
     Fault("several-events", "GET", '"537264130"', '"537264129"'),
     Fault("clock", "537264131", "[24]00 .*", CLASH),
     Fault("service-schedules", "/cfg/Schedule", '"GUID"', '"guid"'),
-    Fault("service-lists-at-once", "GET /rule", '"GUID": "(3{10}).{4}', r'"GUID": "\g<1>0000', after="err_code"),
+    Fault("service-lists-at-once", "GET /rule", '"(3{10}).{4}', r'"\g<1>0000', after="err_code"),
     Fault("service-multicall", "multicalls", '"err_code": -.*,', '"err_code": 0,'),
     Fault("service-multicall", "multicalls", '"err_code": 0', '"err_code": -1', after="already in use"),
     Fault("service-deletion", "DELETE /cfg", "-1811535318", "-1"),
