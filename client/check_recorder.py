@@ -37,6 +37,7 @@ CLASH = -221  # a random GUID is in use
 NOT_THERE = -1811535318  # the service's code for the deletion of a GUID without a rule
 ATTEMPTS = 50
 ROUNDS = 200
+INTERRUPTIONS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 
 # What `outcome` shows of the answers.
 NULL = "200 null"
@@ -145,7 +146,13 @@ class Recorder:
         self.read_only = ""  # why no row may create a rule
 
     def ask(self, method, target="", body=None, headers=None):
-        return self.client.request(method, target, body, headers)
+        """The Answer to a request. An interruption waits for it: a rule could otherwise be created
+        after what was made has been deleted."""
+        before = signal.pthread_sigmask(signal.SIG_BLOCK, INTERRUPTIONS)
+        try:
+            return self.client.request(method, target, body, headers)
+        finally:
+            signal.pthread_sigmask(signal.SIG_SETMASK, before)
 
     def post(self, body=b"{}", target=ADD):
         return outcome(self.ask("POST", target, body))
@@ -730,7 +737,7 @@ def run_row(each, recorder):
         failure = difference
     except TimeIsUp:
         failure = Failed(f"an end within {each.seconds} seconds", "none")
-    except Exception as error:  # whatever a recorder sends leads to
+    except Exception as error:  # a recorder can send anything
         failure = Failed("an answer of the right form", f"{type(error).__name__}: {error}")
     seconds = time.monotonic() - start
     recorder.clean()
@@ -806,7 +813,7 @@ def parse_arguments(arguments):
 
 
 def on_interruption(handler):
-    for number in signal.SIGHUP, signal.SIGINT, signal.SIGTERM:
+    for number in INTERRUPTIONS:
         signal.signal(number, handler)
 
 
