@@ -10,7 +10,7 @@
 inline int rule_count()
 {
     const char* const text = std::getenv("RULE_BENCH_RULES");
-    return text == nullptr ? 0 : std::atoi(text);
+    return text == nullptr ? 0 : static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
 inline TJsonObject json_text(const std::string& text)

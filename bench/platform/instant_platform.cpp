@@ -16,7 +16,7 @@ struct tagINPUT {
 namespace
 {
 
-tagINPUT input = {{"func", "addRule"}};
+tagINPUT parameters = {{"func", "addRule"}};
 
 }  // namespace
 
@@ -24,12 +24,12 @@ void register_signal_handler() {}
 
 tagINPUT* CGI_Get_Input_URL()
 {
-    return &input;
+    return &parameters;
 }
 
-st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* handle, const char* /*name*/, int /*reserved*/)
+st_cgi_parameter* _CGI_Find_Parameter(tagINPUT* input, const char* /*name*/, int /*reserved*/)
 {
-    return &handle->func;
+    return &input->func;
 }
 
 void CGI_Free_Input(tagINPUT* /*handle*/) {}
