@@ -1,6 +1,6 @@
 """Prints an SPDX document of what is linked into the program: linked_libraries.py BUILD_DIR VERSION
-It names Debian's source packages, which contain the texts of their licences. The same program gives the
-same document, dated SOURCE_DATE_EPOCH."""
+It names Debian's source packages, which contain the texts of their licences, and the file of any other
+archive. Dated SOURCE_DATE_EPOCH, the same program gives the same document."""
 
 import datetime
 import gzip
@@ -9,9 +9,10 @@ import pathlib
 import re
 import subprocess
 import sys
+import time
 import uuid
 
-BUILD, VERSION = pathlib.Path(sys.argv[1]), sys.argv[2]
+BUILD, VERSION = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2]
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
 SYSROOT = PROJECT / "build/sysroot-arm64"
 
@@ -24,11 +25,18 @@ def installed_package(path):
     return output_of("dpkg-query", "--search", str(path)).split(": ")[0]
 
 
-def source_package(archive):
-    """Name and version of the source package of an archive; None for the project's own."""
+def origin(archive):
+    """Name and version of an archive's source package, or its own name; None for one of this build."""
     path = pathlib.Path(os.path.normpath(archive))
-    if not path.is_absolute():
+    if not path.is_absolute() or path.is_relative_to(BUILD):
         return None
+    try:
+        return source_package(path)
+    except (OSError, subprocess.CalledProcessError):  # not from a Debian package
+        return path.name, ""
+
+
+def source_package(path):
     if path.is_relative_to(PROJECT / "build/archives"):
         return tuple(path.with_name("packages").read_text().strip().split("="))
     if path.is_relative_to(SYSROOT):
@@ -45,7 +53,7 @@ def source_package(archive):
 
 def print_package(name, version, supplier):
     identifier = "SPDXRef-" + re.sub("[^A-Za-z0-9.]", "-", name)
-    print(f"\nPackageName: {name}\nSPDXID: {identifier}\nPackageVersion: {version}\n"
+    print(f"\nPackageName: {name}\nSPDXID: {identifier}\nPackageVersion: {version or 'NOASSERTION'}\n"
           f"PackageSupplier: {supplier}\nPackageDownloadLocation: NOASSERTION\nFilesAnalyzed: false\n"
           "PackageLicenseConcluded: NOASSERTION\nPackageLicenseDeclared: NOASSERTION\n"
           "PackageCopyrightText: NOASSERTION")
@@ -55,8 +63,8 @@ def print_package(name, version, supplier):
 def main():
     inputs = (BUILD / "rule_operation.cgi.inputs").read_text()
     archives = set(re.findall(r"^  (\S+\.a)\b", inputs, re.M))
-    sources = sorted(set(filter(None, map(source_package, archives))))
-    created = datetime.datetime.fromtimestamp(int(os.environ["SOURCE_DATE_EPOCH"]),
+    sources = sorted(set(filter(None, map(origin, archives))))
+    created = datetime.datetime.fromtimestamp(int(os.environ.get("SOURCE_DATE_EPOCH", time.time())),
                                               datetime.timezone.utc)
     name = f"rule_operation-{VERSION}"
     namespace = uuid.uuid5(uuid.NAMESPACE_OID, f"{name} {created} {sources}")
@@ -66,9 +74,10 @@ def main():
     program = print_package("rule_operation", VERSION, "NOASSERTION")
     print(f"Relationship: SPDXRef-DOCUMENT DESCRIBES {program}")
     for source, version in sources:
-        library = print_package(source, version, "Organization: Debian")
-        print(f"ExternalRef: PACKAGE-MANAGER purl pkg:deb/debian/{source}@{version}?arch=source\n"
-              f"Relationship: {program} STATIC_LINK {library}")
+        library = print_package(source, version, "Organization: Debian" if version else "NOASSERTION")
+        if version:
+            print(f"ExternalRef: PACKAGE-MANAGER purl pkg:deb/debian/{source}@{version}?arch=source")
+        print(f"Relationship: {program} STATIC_LINK {library}")
 
 
 main()
