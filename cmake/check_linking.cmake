@@ -8,6 +8,6 @@ foreach(library jsoncpp json-c stdc++)
     if(inputs MATCHES "/lib${name}\\.a" AND inputs MATCHES "/lib${name}\\.so")
         file(REMOVE "${PROGRAM}")
         message(FATAL_ERROR "A shared library of the platform needs lib${library}, which the program"
-                " has from an archive: leave it out of RULE_MIXED_ARCHIVES")
+                " has from an archive: leave it out of RULE_MIXED_ARCHIVES, or choose RULE_LINK=shared")
     endif()
 endforeach()
