@@ -18,8 +18,13 @@ quietly() {
     output=$("$@" 2>&1) || fail "$output" "failed: $*"
 }
 
+as_root() {
+    if [[ $EUID == 0 ]]; then "$@"; else sudo "$@"; fi
+}
+
 # build PRESET [GROUP [TARGET...]]: installs missing packages, including a GROUP that the preset needs,
-# and builds build/PRESET, or only its TARGETs.
+# and builds build/PRESET, or only its TARGETs. With the variable RULE_WERROR=ON, as in .ci/run, a warning is
+# an error.
 build() {
     local note=
     [[ -e $project_dir/build/$1 ]] || note=' (the first time takes a minute)'
@@ -27,10 +32,15 @@ build() {
     "$project_dir/scripts/lib/make-archives" "$1" || true  # without it, linking.txt says what is missing
     echo "building, preset $1$note"
     pushd "$project_dir" >/dev/null || return
-    quietly cmake --preset "$1"
+    quietly cmake --preset "$1" ${RULE_WERROR:+"-DRULE_WERROR=$RULE_WERROR"}
     echo "$(<"build/$1/linking.txt")"
-    quietly cmake --build --preset "$1" ${3:+--target "${@:3}"}
+    quietly cmake --build "build/$1" ${3:+--target "${@:3}"}
     popd >/dev/null || return
+}
+
+# Says again what slows the program of build/PRESET down, if anything: repeat_linking PRESET
+repeat_linking() {
+    grep 'there is no' "$project_dir/build/$1/linking.txt" || true
 }
 
 # Creates a scratch directory, sets scratch to it, and removes it when this shell ends, even by a signal.
