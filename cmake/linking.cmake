@@ -20,6 +20,9 @@ elseif(RULE_LINK STREQUAL "shared")
 elseif(NOT RULE_LINK MATCHES "^(static)?$")
     message(FATAL_ERROR "RULE_LINK is '${RULE_LINK}', none of static, mixed, shared")
 endif()
+if(NOT "${archives}" MATCHES "^((JSONCPP|JSON_C|LIBSTDCXX)(;|$))*$")
+    message(FATAL_ERROR "RULE_MIXED_ARCHIVES is '${archives}', a list of JSONCPP, JSON_C and LIBSTDCXX")
+endif()
 
 # Defines the target PkgConfig::LIBRARY, from an archive if the list `archives` contains LIBRARY.
 function(import_library library module)

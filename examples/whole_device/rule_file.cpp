@@ -24,7 +24,7 @@ namespace
 constexpr const char* RULES = "rules.json";
 constexpr const char* NEW_RULES = "rules.new";
 constexpr const char* LOCK = "rules.lock";
-constexpr size_t SIZE_LIMIT = 32UL * 1024 * 1024;
+constexpr size_t MAX_SIZE = 32UL * 1024 * 1024;
 
 [[noreturn]] void fail(const std::string& what)
 {
@@ -73,6 +73,13 @@ void lock(const File& file, long seconds)
     }
 }
 
+void check_size(const std::string& text)
+{
+    if (text.size() > MAX_SIZE) {
+        throw std::length_error("the list of rules is too long");
+    }
+}
+
 // Afterwards the file has the text. If the call throws, it is the old file or, when only the
 // directory could not be synced, the new one.
 void replace_rule_list(int directory, std::string_view text)
@@ -118,9 +125,7 @@ std::string read_rule_list()
     ssize_t length = 0;
     while ((length = ::read(file.get(), part, sizeof part)) > 0) {
         text.append(part, static_cast<size_t>(length));
-        if (text.size() > SIZE_LIMIT) {
-            throw std::length_error("the list of rules is too long");
-        }
+        check_size(text);
     }
     if (length < 0) {
         fail(RULES);
@@ -136,7 +141,9 @@ void change_rules(long seconds, const std::function<void(Json::Value& rules)>& c
     Json::Value document = parse_json(read_rule_list());
     change(document["ruleList"]);
     // In ASCII: bytes of a name that are not UTF-8 become U+FFFD.
-    replace_rule_list(directory.get(), Json::writeString(Json::StreamWriterBuilder(), document));
+    const std::string text = Json::writeString(Json::StreamWriterBuilder(), document);
+    check_size(text);
+    replace_rule_list(directory.get(), text);
 }
 
 }  // namespace device
