@@ -1,10 +1,5 @@
 #!/usr/bin/python3
-"""A client of the rule endpoint; it needs only Python 3.9 or later. As a command:
-
-    export RULE_URL=http://127.0.0.1:8080/rule RULE_USER=admin RULE_PASSWORD=secret
-    rule_client.py apply rules.csv
-
-and from another program:
+"""A client of the rule endpoint; it needs only Python 3.9 or later. As a command, see --help; in a program:
 
     from rule_client import Rule, RuleClient
     client = RuleClient("http://127.0.0.1:8080/rule", "admin", "secret")
@@ -13,22 +8,31 @@ and from another program:
 
 import argparse
 import base64
-import collections
 import contextlib
 import csv
 import getpass
 import http.client
+import io
 import json
 import netrc
 import os
 import re
+import signal
+import socket
+import ssl
 import sys
 import time
 import urllib.parse
 from typing import NamedTuple, Optional
 
+VERSION = "1.1.0"
 ALARM_EVENT = 0x20020000
 QUICK_NAME = "clientRule"  # of a rule that was created without a name
+RECORDING = "RecordControl"  # the only action
+COLUMNS = ("event", "channel", "alarm", "action", "record", "name", "schedule")
+DUPLICATE = -911
+
+ANSWER_LIMIT = 64 * 1024 * 1024  # bytes; a rule takes up about 2 KiB of a list
 
 # A rule is refused with -221 when one of its random GUIDs is in use. If half of a channel's GUIDs are
 # taken, one attempt in eight succeeds, and 50 in a row fail about once in 800 times.
@@ -37,7 +41,6 @@ CLASH_LIMIT = 50
 
 class Answer(NamedTuple):
     """The answer to a request, from the endpoint or not."""
-
     status: int
     headers: http.client.HTTPMessage
     body: bytes
@@ -45,20 +48,18 @@ class Answer(NamedTuple):
 
 class Refused(Exception):
     """The endpoint refused a request."""
-
     def __init__(self, code, text):
         super().__init__(f"{text} ({code})")
-        self.code = code
-        self.text = text
+        self.code, self.text = code, text
 
 
 class NoAnswer(Exception):
     """The endpoint gave no answer: the outcome of the request is not known."""
+    final = False  # whether the same request would not get one either
 
 
 class Rule(NamedTuple):
     """A quick rule, as a client requests it."""
-
     event: int
     channel: int
     alarm: Optional[int] = None  # alarm input of the camera; required by the alarm event
@@ -75,7 +76,7 @@ class Rule(NamedTuple):
         if self.schedule:
             rule["timeprofileGUID"] = self.schedule
         if self.record is not None:
-            rule["action"] = [{"ActionName": "RecordControl", "chIdx": [self.record]}]
+            rule["action"] = [{"ActionName": RECORDING, "chIdx": [self.record]}]
         return {"rule": rule}
 
     def met_by(self, other):
@@ -83,38 +84,50 @@ class Rule(NamedTuple):
         its schedules is the one for all day, so a rule without a schedule is met by any."""
         return self == (other if self.schedule else other._replace(schedule=""))
 
+    def cells(self):
+        """Its texts in the order of COLUMNS."""
+        action = None if self.record is None else RECORDING
+        return ["" if value is None else str(value) for value in (*self[:3], action, *self[3:])]
+
+    def __str__(self):
+        text = f"event {self.event} on channel {self.channel}"
+        text += f" alarm {self.alarm}" if self.alarm is not None else ""
+        text += f" records channel {self.record}" if self.record is not None else ""
+        return text + f", '{self.name}'" + (f", schedule {self.schedule}" if self.schedule else "")
+
 
 class ListedRule(NamedTuple):
     """An entry of a recorder's list of rules."""
-
     guid: str
     name: str
     quick: bool
-    rule: Optional[Rule]  # None unless it is a rule of one event on one camera
+    rule: Optional[Rule]  # None unless a Rule describes it completely
 
 
 def read_entry(entry):
     """The rule in an entry of the list. In rules that were created in other ways any member can be
-    missing."""
+    missing, and any can be of another type."""
     document = _member(entry, "content", "rule")
+    guid, name = (text if isinstance(text, str) else ""
+                  for text in (_member(entry, "GUID"), _member(entry, "name")))
     try:
         (event,) = entry["event"]
         profile = event["content"]["event_profile"]
         (source,) = profile["SourceIds"].values()
-        recorded = list(_member(document, "ActionProfiles").values())
+        actions = list(_member(document, "ActionProfiles").values())
         event_id = int(profile["EventID"])
-        rule = Rule(
-            event=event_id,
-            channel=int(source[28:32]),
-            alarm=int(source[32:], 16) if event_id == ALARM_EVENT else None,
-            record=int(recorded[0][28:32], 16) if recorded else None,
-            name=entry["name"],
-            schedule=_member(document, "TimeProfile") or "",
-        )
-    except (AttributeError, KeyError, TypeError, ValueError):
+        rule = Rule(event_id, int(source[28:32]), int(source[32:], 16) if event_id == ALARM_EVENT else None,
+                    int(actions[0][28:32], 16) if actions else None, name,
+                    _member(document, "TimeProfile") or "")
+        # A recorder need not list what an action does.
+        acts = [_member(action, "content", "action_profile") for action in _member(entry, "action")]
+        if (max(len(actions), len(acts)) > 1 or make_rule(**dict(zip(COLUMNS, rule.cells()))) != rule
+                or any(_member(act, "ActionName") not in ({}, RECORDING)
+                       or len(_member(act, "TargetIds")) > 1 for act in acts)):
+            rule = None
+    except (AttributeError, KeyError, OverflowError, RecursionError, TypeError, ValueError):
         rule = None
-    return ListedRule(str(_member(entry, "GUID") or ""), str(_member(entry, "name") or ""),
-                      _member(document, "CreationMethod") == "quick", rule)
+    return ListedRule(guid, name, _member(document, "CreationMethod") == "quick", rule)
 
 
 def _member(value, *names):
@@ -123,20 +136,48 @@ def _member(value, *names):
     return {} if value is None else value
 
 
+def quick_rules(entries):
+    """The quick rules of a list, without those that no Rule describes, in the order of their GUIDs."""
+    return sorted((entry for entry in map(read_entry, entries) if entry.quick and entry.rule),
+                  key=lambda entry: entry.guid)
+
+
+class _Incoming(io.RawIOBase):
+    """The bytes of an answer, which must arrive until a time."""
+    def __init__(self, end, sock, raw):
+        super().__init__()
+        self._end, self._sock, self._raw, self._room = end, sock, raw, ANSWER_LIMIT
+
+    def readable(self):
+        return True
+
+    def readinto(self, buffer):
+        left = self._end - time.monotonic()
+        if left <= 0:
+            raise TimeoutError("timed out")
+        self._sock.settimeout(left)
+        count = self._raw.readinto(buffer)
+        self._room -= count
+        if self._room < 0:
+            raise http.client.HTTPException(f"an answer of more than {ANSWER_LIMIT} bytes")
+        return count
+
+
 class RuleClient:
     """A recorder's rule endpoint. Each request uses a new connection."""
-
     # Seconds before each further attempt when a recorder could not serve a request.
     pauses = (1, 2, 4, 8)
+    notify = staticmethod(lambda text: None)  # is given the reason of a pause
 
     def __init__(self, url, user=None, password="", timeout=60):
-        """`timeout` is in seconds; the endpoint can take 45 to add a rule."""
+        """`timeout` is in seconds, for a whole exchange; the endpoint can take 45 to add a rule."""
         self.url = url
         self._url = urllib.parse.urlsplit(url)
-        if self._url.scheme not in ("http", "https") or not self._url.hostname:
+        if self._url.scheme not in ("http", "https") or not self._url.hostname or not url.isascii():
             raise ValueError(f"not the address of a recorder: {url}")
         if self._url.username is not None:
             raise ValueError("user and password do not belong in the address")
+        self._port = self._url.port
         self._timeout = timeout
         self._headers = {}
         if user is not None:
@@ -147,15 +188,28 @@ class RuleClient:
         """One exchange: `target` is appended to the address, `body` is bytes. Returns the Answer,
         whatever its status. Raises OSError or http.client.HTTPException if there is none."""
         scheme = {"http": http.client.HTTPConnection, "https": http.client.HTTPSConnection}
-        connection = scheme[self._url.scheme](self._url.hostname, self._url.port,
-                                              timeout=self._timeout)
+        connection = scheme[self._url.scheme](self._url.hostname, self._port, timeout=self._timeout)
+        end = time.monotonic() + self._timeout
+
+        def start_response(sock, **options):
+            response = http.client.HTTPResponse(sock, **options)
+            response.fp = io.BufferedReader(_Incoming(end, sock, response.fp.detach()))
+            return response
+
+        connection.response_class = start_response
         try:
             # A server that answers before it has read the body may close the connection meanwhile.
             with contextlib.suppress(BrokenPipeError):
                 connection.request(method, self._url.path + target, body,
                                    {"Connection": "close", **self._headers, **(headers or {})})
             response = connection.getresponse()
-            return Answer(response.status, response.headers, response.read())
+            # In pieces, because a server can name any length.
+            content = b"".join(iter(lambda: response.read(65536), b""))
+            if response.length:
+                raise http.client.IncompleteRead(content, response.length)
+            return Answer(response.status, response.headers, content)
+        except ValueError as failure:  # ssl.SSLCertVerificationError is one, too
+            raise failure if isinstance(failure, OSError) else http.client.HTTPException(str(failure))
         finally:
             connection.close()
 
@@ -169,79 +223,72 @@ class RuleClient:
     def delete(self, guids):
         """Deletes rules. A GUID without a rule is not a failure. After a failure the rules before it
         in the list are gone, and the same list can be given again."""
-        at_once = 50  # takes up about half of a body
-        for first in range(0, len(guids), at_once):
-            self._persist("DELETE", "", {"ruleGUID": guids[first:first + at_once]})
+        for first in range(0, len(guids), 50):  # they take up about half of a body
+            self._persist("DELETE", "", {"ruleGUID": guids[first:first + 50]})
 
     def add(self, rule):
         """Creates a rule, unless it exists. Returns whether this call created it."""
+        return self._persist("POST", "?func=addRule", rule.document(), lambda: any(
+            rule.met_by(entry.rule) for entry in quick_rules(self.list()))) is not None
+
+    def _persist(self, method, target="", document=None, is_done=lambda: False):
+        """An exchange that is repeated where this helps, unless the list shows that it is done. Returns
+        its document, or None if it was done before."""
         clashes = 0
         pauses = iter(self.pauses)
-        in_doubt = False  # whether an earlier attempt may have created it
+        in_doubt = False  # whether an earlier attempt may have done it
         while True:
             try:
-                self._exchange("POST", "?func=addRule", rule.document())
-                return True
+                return self._exchange(method, target, document)
             except (Refused, NoAnswer) as failure:
                 advice = advice_for(failure)
-                if advice in ("duplicate", "look") and self._holds(rule):
-                    return in_doubt or advice == "look"
+                if advice in ("duplicate", "look") and is_done():
+                    return {} if in_doubt or advice == "look" else None
                 if advice == "at once" and clashes < CLASH_LIMIT:
                     clashes += 1
                 elif advice in ("look", "later") and (pause := next(pauses, None)) is not None:
+                    self.notify(f"{failure}; again in {pause} s")
                     time.sleep(pause)
                 else:
                     raise
                 in_doubt = in_doubt or advice in ("at once", "look")
 
-    def _holds(self, rule):
-        return any(entry.quick and entry.rule is not None and rule.met_by(entry.rule)
-                   for entry in map(read_entry, self.list()))
-
-    def _persist(self, method, target="", document=None):
-        """An exchange that can be repeated unchanged."""
-        for pause in self.pauses:
-            try:
-                return self._exchange(method, target, document)
-            except (Refused, NoAnswer) as failure:
-                if advice_for(failure) == "never":
-                    raise
-                time.sleep(pause)
-        return self._exchange(method, target, document)
-
-    def _exchange(self, method, target="", document=None):
+    def _exchange(self, method, target, document):
         """Returns the document of an answer that is not a refusal."""
-        body = None
-        if document is not None:
-            body = json.dumps(document, ensure_ascii=False).encode()
+        body = None if document is None else json.dumps(document, ensure_ascii=False).encode()
         try:
             answer = self.request(method, target, body, {"Content-Type": "application/json"})
         except (OSError, http.client.HTTPException) as failure:
-            raise NoAnswer(f"{self._url.netloc}: {failure or type(failure).__name__}") from failure
+            raise _no_answer(self._url.netloc, failure) from failure
         try:
-            result = json.loads(answer.body)
+            result = json.loads(answer.body, parse_constant=int)  # which refuses Infinity and NaN
             bare = method == "GET" and answer.status == 200  # the list itself
             code, text = (0, "") if bare else (result["ret_code"], str(result["ret_mesg"]))
         except (KeyError, RecursionError, TypeError, ValueError):
             code = None
-        if not isinstance(code, int):
-            raise _foreign_answer(answer)
+        if not isinstance(code, int):  # the web server's, or of something in front of it
+            text = f"not an answer of a rule endpoint: status {answer.status}"
+            raise NoAnswer(text) if answer.status >= 500 else Refused(answer.status, text)
         if code != 0:
             raise Refused(code, text)
         return result
 
 
-def _foreign_answer(answer):
-    """The failure for an answer of the web server, or of something in front of it."""
-    text = f"not an answer of a rule endpoint: status {answer.status}"
-    return NoAnswer(text) if answer.status >= 500 else Refused(answer.status, text)
+def _no_answer(place, failure):
+    """The failure of a connection. It is final if it is about the name, the certificate or the protocol."""
+    reason = getattr(failure, "verify_message", "") or getattr(failure, "strerror", "") or str(failure)
+    result = NoAnswer(f"{place}: {reason or type(failure).__name__}")
+    lost = (http.client.IncompleteRead, http.client.RemoteDisconnected, ssl.SSLEOFError)
+    result.final = (isinstance(failure, (http.client.HTTPException, socket.gaierror, ssl.SSLError))
+                    and not isinstance(failure, lost))
+    return result
 
 
 def advice_for(failure):
     """When to repeat a failed request: "never", "at once", "later", after a "look" at the list because
     the request may have succeeded, or "duplicate" if the list has a rule like it."""
     if isinstance(failure, NoAnswer):
-        return "look"
+        return "never" if failure.final else "look"
     # With a code of the recorder's own: the service could not be reached, or there is no list.
     if failure.text.startswith("Error ROVA POST request"):
         return "look"
@@ -252,149 +299,190 @@ def advice_for(failure):
                 failure.text, re.DOTALL):
         return "later"
     known = {-4: "look", -220: "look", -221: "at once", -304: "later", -305: "later",
-             -601: "later", -602: "later", -603: "later", -911: "duplicate"}
+             -601: "later", -602: "later", -603: "later", DUPLICATE: "duplicate"}
     return known.get(failure.code, "never")
-
-
-# The command.
-
-APPLY_HELP = """Makes a recorder's rules match a CSV file in UTF-8. The first line of the file names its
-columns: event and channel, and optionally alarm, record, name and schedule. A rule that exists is kept.
-One for the same event and channel that differs is replaced. The command can be interrupted and run
-again."""
-
-
-class BadInput(Exception):
-    """The user's input cannot be used."""
-
-
-class Step(NamedTuple):
-    """One step towards the rules of a file."""
-
-    outcome: str  # "kept", "added", "replaced" or "deleted"
-    title: str
-    rule: Optional[Rule] = None  # to exist afterwards
-    obsolete: tuple = ()  # listed rules to delete first
 
 
 def number(text):
     """A number from 0, in decimal or, as in 0x20020000, in hexadecimal."""
-    if not re.fullmatch("0[xX][0-9a-fA-F]+|[0-9]+", text):
+    if not re.fullmatch("0[xX][0-9a-fA-F]{1,16}|[0-9]{1,20}", text):
         raise ValueError(f"not a number from 0: '{text}'")
     return int(text, 16) if text[:2] in ("0x", "0X") else int(text)
 
 
-def make_rule(event, channel, alarm=None, record=None, name=None, schedule=None):
+def make_rule(event, channel, alarm="", action="", record="", name="", schedule=""):
     """A rule from texts; an empty text counts as absent."""
     rule = Rule(number(event), number(channel), number(alarm) if alarm else None,
                 number(record) if record else None, name or QUICK_NAME, schedule or "")
     if (rule.event == ALARM_EVENT) != (rule.alarm is not None):
         raise ValueError(f"event {ALARM_EVENT} needs an alarm input, and no other event has one")
+    if action and (action != RECORDING or not record):
+        raise ValueError(f"'{action}' is not an action: there is {RECORDING}, with a channel to record")
+    if "\0" in f"{rule.name}{rule.schedule}".encode().decode():  # which refuses half of a surrogate pair
+        raise ValueError("a zero byte in a text")
     return rule
 
 
-def read_rules(path):
-    """The rules of a CSV file, by event and channel, each with its line."""
-    rules = {}
-    with open(path, newline="", encoding="utf-8-sig") as file:
-        rows = csv.DictReader(file, strict=True, restval="")
-        names = rows.fieldnames or []
-        if not {"event", "channel"} <= set(names) <= set(Rule._fields):
-            raise BadInput(f"{path}:1: the columns are not event, channel and any of "
-                           f"{', '.join(Rule._fields[2:])}, with commas between them")
+def csv_line(texts):
+    line = io.StringIO()
+    csv.writer(line).writerow(texts)
+    return line.getvalue()[:-2]  # without CR and LF, because of which it quotes both
+
+
+def write_lines(file, rules):
+    for line in map(csv_line, [COLUMNS, *(rule.cells() for rule in rules)]):
+        print(printable(line) if file.isatty() else line, file=file)
+
+
+def read_lines(path):
+    """The rules of a CSV file, each with its line."""
+    with open(path, "rb") as file:
+        content = file.read()
+    line = 1
+    try:
+        rows = csv.reader(io.StringIO(content.decode("utf-8-sig"), newline=""), strict=True)
+        names = next(rows, [])
+        if len(set(names)) < len(names) or not {"event", "channel"} <= set(names) <= set(COLUMNS):
+            raise ValueError(f"the columns are not event, channel and any of {', '.join(COLUMNS[2:])}, "
+                             "each once, with commas between them")
+        line = rows.line_num + 1
         for row in rows:
-            line = f"{path}:{rows.line_num}"
-            if None in row:
-                raise BadInput(f"{line}: more cells than columns")
-            try:
-                rule = make_rule(**row)
-            except ValueError as failure:
-                raise BadInput(f"{line}: {failure}") from failure
-            if (rule.event, rule.channel) in rules:
-                raise BadInput(f"{line}: a second rule for event {rule.event} on channel "
-                               f"{rule.channel}; a recorder takes one")
-            rules[rule.event, rule.channel] = (line, rule)
+            if len(row) > len(names):
+                raise ValueError("more cells than columns")
+            if row:
+                yield f"{path}:{line}", make_rule(**dict(zip(names, row + len(names) * [""])))
+            line = rows.line_num + 1
+    except (ValueError, csv.Error) as failure:
+        if isinstance(failure, UnicodeDecodeError):
+            line += failure.object.count(b"\n", 0, failure.start)
+        advice = "" if type(failure) is ValueError else "; close each quote, and save it as 'CSV UTF-8'"
+        raise ValueError(f"{path}:{line}: {failure}{advice}") from failure
+
+
+def by_place(lines):
+    """The rules by event and channel, each with its line; a recorder takes one."""
+    rules = {}
+    for line, rule in lines:
+        if rules.setdefault(rule[:2], (line, rule)) != (line, rule):
+            raise ValueError(f"{line}: a second rule for event {rule.event} on channel {rule.channel}")
     return rules
+
+
+class Step(NamedTuple):
+    """One step towards the rules of a list."""
+    outcome: str  # "kept", "added", "replaced" or "deleted"
+    title: str
+    rule: Optional[Rule] = None  # to add
+    obsolete: tuple = ()  # listed rules to delete
 
 
 def plan(rules, entries, delete_others):
     """The steps from a recorder with these list entries to one with `rules`."""
-    listed = collections.defaultdict(list)
-    for entry in map(read_entry, entries):
-        if entry.quick and entry.rule is not None:
-            listed[entry.rule.event, entry.rule.channel].append(entry)
+    listed = {}
+    for entry in quick_rules(entries):
+        listed.setdefault(entry.rule[:2], []).append(entry)
     steps = []
-    for key, (line, rule) in rules.items():
-        there = sorted(listed.pop(key, []))
+    for place, (line, rule) in rules.items():
+        there = listed.pop(place, [])
         fitting = next((entry for entry in there if rule.met_by(entry.rule)), None)
         obsolete = tuple(entry for entry in there if entry is not fitting)
         outcome = "replaced" if obsolete else "kept" if fitting else "added"
-        steps.append(Step(outcome, f"{line}: {describe(rule)}", rule, obsolete))
-    others = [entry for same in listed.values() for entry in same] if delete_others else []
-    return [Step("deleted", f"{entry.guid}: {describe(entry.rule)}", None, (entry,))
-            for entry in others] + steps
+        steps.append(Step(outcome, f"{line}: {rule}", None if fitting else rule, obsolete))
+    return [Step("deleted", f"{entry.guid}: {entry.rule}", None, (entry,))
+            for same in listed.values() for entry in same if delete_others] + steps
 
 
-def take(client, step):
-    """Takes a step. A replaced rule is restored when the new one is refused."""
-    client.delete([entry.guid for entry in step.obsolete])
-    if step.rule is None or step.outcome == "kept":
-        return
-    try:
-        client.add(step.rule)
-    except Refused:
-        for entry in step.obsolete[:1]:
-            client.add(entry.rule)
-        raise
+class Applier:
+    """Takes steps on a recorder, or only asks whether it would accept the new rules. While others take the
+    places of rules, the deleted ones are in a file, which is left behind for the next run by an end then."""
+    def __init__(self, client, asks=False):
+        self._client, self._asks = client, asks
+        state = os.environ.get("XDG_STATE_HOME") or os.path.expanduser("~/.local/state")
+        self._journal = os.path.join(state, "rule_client", urllib.parse.quote(client.url, safe="") + ".csv")
 
+    def missing(self):
+        """The rules that are in the file."""
+        return [rule for _, rule in read_lines(self._journal)] if os.path.exists(self._journal) else []
 
-def apply_steps(client, steps):
-    """Takes the steps and prints how many had which outcome. Returns the exit status."""
-    outcomes = collections.Counter()
-    failure = None
-    try:
+    def _keep(self, rules):
+        os.makedirs(os.path.dirname(self._journal), mode=0o700, exist_ok=True)
+        with open(self._journal + ".new", "w", newline="", encoding="utf-8") as file:
+            write_lines(file, rules)
+        os.replace(self._journal + ".new", self._journal)
+
+    def put_back(self):
+        """Adds the rules of the file again unless others have taken their places. Returns a text for each."""
+        rules = [] if self._asks else self.missing()
+        listed = [entry.rule for entry in quick_rules(self._client.list())] if rules else []
+        texts = []
+        for rule in rules:
+            if all(other in rules for other in listed if other[:2] == rule[:2]):
+                try:
+                    if self._client.add(rule):
+                        texts.append(f"put back {rule}")
+                except Refused as refusal:
+                    texts.append(f"lost, because it is refused ({refusal}): {csv_line(rule.cells())}")
+        if rules:
+            self._keep(())
+        return texts
+
+    def _take(self, step):
+        """A recorder looks for a duplicate last: if it refuses a rule for that, it accepts everything else.
+        It looks for the schedule before: one that does not exist keeps a question from creating a rule."""
+        guids = [entry.guid for entry in step.obsolete]
+        doomed = self._asks and step.rule and not guids
+        try:
+            if step.rule:
+                self._client.add(step.rule._replace(schedule="?") if doomed else step.rule)
+            if not self._asks:
+                self._client.delete(guids)
+        except Refused as refusal:
+            expected = refusal.code == -104 and "[?]" in refusal.text if doomed else (
+                refusal.code == DUPLICATE and guids)
+            if not expected:
+                raise
+            if not self._asks:
+                self._keep([entry.rule for entry in step.obsolete])
+                self._client.delete(guids)
+                self._client.add(step.rule)
+                self._keep(())
+
+    def take(self, rules, steps):
+        """Yields each step towards `rules` once taken, with the text of its refusal or None. Then looks at
+        the list again, because of other clients: what is gone is added, what is there twice deleted once."""
+        added = {}
         for step in steps:
-            show_progress(sum(outcomes.values()), len(steps))
+            text = None
             try:
-                take(client, step)
-                outcomes[step.outcome] += 1
+                self._take(step)
+                if step.rule and not self._asks:
+                    added[step.rule[:2]] = rules[step.rule[:2]]
             except Refused as refusal:
-                outcomes["refused"] += 1
-                show_progress()
-                print(printable(f"{step.title}: {refusal}"), file=sys.stderr)
-    except (KeyboardInterrupt, NoAnswer) as reason:
-        failure = reason
-    show_progress()
-    print_outcomes(outcomes)
-    if failure is not None:
-        left = len(steps) - sum(outcomes.values())
-        print(f"{str(failure) or 'interrupted'}; {left} left, run it again", file=sys.stderr)
-        return 130 if isinstance(failure, KeyboardInterrupt) else 1
-    return 1 if outcomes["refused"] else 0
+                then = self.put_back() or ["the rule that was there stays"] * bool(step.obsolete)
+                text = "; ".join([f"{step.title}: {refusal}", *then])
+            yield step, text
+        if added:
+            mended = [step for step in plan(added, self._client.list(), False)
+                      if not (step.rule and step.obsolete)]
+            yield from (result for result in self.take(rules, mended) if result[1])
 
 
-def print_outcomes(outcomes):
-    print(", ".join(f"{outcome} {outcomes[outcome]}"
-                    for outcome in ("kept", "added", "replaced", "deleted", "refused")))
+# The command.
 
-
-def show_progress(done=0, total=0):
-    """Draws a bar on a terminal; without arguments removes it."""
+def show_line(text=""):
+    """Shows a line on a terminal in place of the one before."""
     if sys.stderr.isatty():
-        bar = "#" * (40 * done // total) if total else ""
-        text = f"[{bar:<40}] {done}/{total}" if total else ""
-        print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
+        print(f"\r\033[K{printable(text)}", end="", file=sys.stderr, flush=True)
 
 
-def describe(rule):
-    text = f"event {rule.event} on channel {rule.channel}"
-    text += f" alarm {rule.alarm}" if rule.alarm is not None else ""
-    text += f" records channel {rule.record}" if rule.record is not None else ""
-    return text + f", '{rule.name}'" + (f", schedule {rule.schedule}" if rule.schedule else "")
+def say(*texts):
+    for text in texts:
+        show_line()
+        print(printable(text), file=sys.stderr)
 
 
 def printable(text):
-    """The text without control characters, because any client can choose a rule's name."""
+    """The text without control characters, because any server or client can choose a text."""
     return "".join(char if char.isprintable() else "?" for char in text)
 
 
@@ -404,9 +492,8 @@ def print_table(entries):
     print(form.format("GUID", "EVENT", "CHANNEL", "ALARM", "RECORD", "SCHEDULE", "NAME"))
     for entry in map(read_entry, entries):
         rule = entry.rule if entry.quick and entry.rule else Rule("", "", name=entry.name)
-        cells = (entry.guid, rule.event, rule.channel, rule.alarm, rule.record, rule.schedule,
-                 rule.name)
-        print(printable(form.format(*("" if cell is None else cell for cell in cells))).rstrip())
+        event, channel, alarm, _, record, name, schedule = rule.cells()
+        print(printable(form.format(entry.guid, event, channel, alarm, record, schedule, name)).rstrip())
 
 
 def parse_arguments(arguments):
@@ -414,27 +501,39 @@ def parse_arguments(arguments):
         description="Lists, adds and deletes the rules of a recorder.",
         epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc hold the"
         " credentials. A password on a command line can be seen by every user of the machine.")
+    parser.add_argument("--version", action="version", version=f"rule_client {VERSION}")
     parser.add_argument("--url", default=os.environ.get("RULE_URL"),
                         help="the address of the rule endpoint; otherwise the variable RULE_URL")
     parser.add_argument("--user", metavar="NAME[:PASSWORD]", help="the credentials")
     commands = parser.add_subparsers(dest="command", required=True)
-    listing = commands.add_parser("list", help="show all rules")
-    listing.add_argument("--json", action="store_true", help="the recorder's document, unchanged")
-    adding = commands.add_parser("add", help="create a rule, unless it exists")
-    adding.add_argument("event", help="event ID, as in 536936448 or 0x20010000")
-    adding.add_argument("channel", help="channel of the camera")
-    adding.add_argument("--alarm", help="alarm input of the camera, for the alarm event")
-    adding.add_argument("--record", metavar="CHANNEL", help="channel to record")
-    adding.add_argument("--name", help=f"name of the rule; otherwise {QUICK_NAME}")
-    adding.add_argument("--schedule", metavar="GUID", help="otherwise the schedule for all day")
-    deleting = commands.add_parser("delete", help="delete rules")
-    deleting.add_argument("guid", nargs="+")
-    applying = commands.add_parser("apply", help="make a recorder's rules match a list",
-                                   description=APPLY_HELP)
-    applying.add_argument("file")
-    applying.add_argument("--dry-run", action="store_true", help="only show what would be done")
-    applying.add_argument("--delete-others", action="store_true",
-                          help="delete the quick rules that are not in the file")
+
+    def command(example, text):
+        return commands.add_parser(example.split()[0], help=text.partition(".")[0], description=text,
+                                   epilog=f"Example: rule_client.py {example}").add_argument
+
+    option = command("list --json", "Show all rules.")
+    option("--json", action="store_true", help="the recorder's document, unchanged")
+    option = command("add 0x20010000 3 --record 5", "Create a rule, unless it exists.")
+    option("event", help="event ID, as in 536936448 or 0x20010000")
+    option("channel", help="channel of the camera")
+    option("--alarm", help="alarm input of the camera, for the alarm event")
+    option("--record", metavar="CHANNEL", help="channel to record")
+    option("--name", help=f"name of the rule; otherwise {QUICK_NAME}")
+    option("--schedule", metavar="GUID", help="otherwise the schedule for all day")
+    option = command("delete 33333333333A7F09C2B14E6D58F00003", "Delete rules.")
+    option("guid", nargs="+")
+    option = command("export rules.csv", "Write the quick rules to a file as apply reads it. Rules that it "
+                     "cannot hold are named and left out.")
+    option("file", help="- is the standard output")
+    option = command("apply rules.csv --dry-run", "Make a recorder's rules match a list. The first line of "
+                     "the CSV file, in UTF-8, names its columns: event and channel, and optionally alarm, "
+                     "action, record, name and schedule. A rule that exists is kept. One for the same event "
+                     "and channel that differs is replaced, if the recorder accepts the new one. The command "
+                     "can be interrupted and run again.")
+    option("file")
+    option("--dry-run", action="store_true", help="only show what would be done")
+    option("--delete-others", action="store_true", help="delete the quick rules that are not in the file")
+    option("--force", action="store_true", help="even if there are no rules in the file")
     options = parser.parse_args(arguments)
     if not options.url:
         parser.error("the address is missing: --url or the variable RULE_URL")
@@ -446,58 +545,102 @@ def find_login(options):
     user, _, password = (options.user or os.environ.get("RULE_USER", "")).partition(":")
     password = password or os.environ.get("RULE_PASSWORD", "")
     if not password:
-        try:
+        with contextlib.suppress(FileNotFoundError):
             entry = netrc.netrc().authenticators(urllib.parse.urlsplit(options.url).hostname)
-        except FileNotFoundError:
-            entry = None
-        if entry and user in ("", entry[0]):
-            user, password = entry[0], entry[2]
+            if entry and user in ("", entry[0]):
+                user, _, password = entry
     if user and not password and sys.stdin.isatty():
         password = getpass.getpass(f"Password of {user}: ")
     return user or None, password
 
 
-def run(options):
-    """Does what the options say. Returns the exit status."""
-    client = RuleClient(options.url, *find_login(options))
-    if options.command == "list":
-        entries = client.list()
-        if options.json:
-            print(json.dumps(entries, indent=2))
-        else:
-            print_table(entries)
-    elif options.command == "add":
-        created = client.add(make_rule(options.event, options.channel, options.alarm,
-                                       options.record, options.name, options.schedule))
-        print("added" if created else "kept: the rule is there")
-    elif options.command == "delete":
-        client.delete(options.guid)
-    else:
-        try:
-            rules = read_rules(options.file)
-        except (UnicodeDecodeError, csv.Error) as failure:
-            raise BadInput(f"{options.file}: {failure}") from failure
-        steps = plan(rules, client.list(), options.delete_others)
-        if not options.dry_run:
-            return apply_steps(client, steps)
-        for step in steps:
-            print(printable(f"{step.outcome:<8} {step.title}"))
-        print_outcomes(collections.Counter(step.outcome for step in steps))
-    return 0
+def delete(client, guids):
+    """Deletes rules and prints how many were there. Returns the exit status."""
+    def find():
+        return {entry.guid for entry in map(read_entry, client.list())}.intersection(guids)
+
+    before = find()
+    say(*(f"there is no rule {guid}" for guid in guids if guid not in before))
+    try:
+        client.delete(sorted(before))
+    finally:
+        deleted = len(before - find())
+        print(f"deleted {deleted} of {len(guids)}")
+    return 0 if deleted == len(guids) else 1
+
+
+def export(entries, path):
+    """Writes the rules as apply reads them."""
+    first = {entry.rule[:2]: entry for entry in reversed(quick_rules(entries))}
+    rules = {entry.guid: entry.rule for entry in first.values()}
+    say(*(f"left out: {entry.guid} '{entry.name}'" for entry in map(read_entry, entries)
+          if entry.guid not in rules))
+    with (contextlib.nullcontext(sys.stdout) if path == "-" else
+          open(path, "w", newline="", encoding="utf-8")) as file:
+        write_lines(file, rules.values())
+
+
+def apply(client, options):
+    """Returns the exit status."""
+    rules = by_place(read_lines(options.file))
+    if options.delete_others and not rules and not options.force:
+        raise ValueError(f"{options.file} has no rules, so all would be deleted; --force does that")
+    applier = Applier(client, options.dry_run)
+    say(*(f"after an interrupted run: {text}" for text in applier.put_back()))
+    steps = plan(rules, client.list(), options.delete_others)
+    outcomes = dict.fromkeys(("kept", "added", "replaced", "deleted", "refused"), 0)
+    failure = None
+    try:
+        for step, refusal in applier.take(rules, steps):
+            outcome = "refused" if refusal else step.outcome
+            outcomes[outcome] += 1
+            if options.dry_run:
+                print(printable(f"{outcome:<8} {refusal or step.title}"))
+            elif refusal:
+                say(refusal)
+            show_line(f"{sum(outcomes.values())} of {len(steps)}")
+    except (KeyboardInterrupt, NoAnswer) as reason:
+        failure = reason
+        with contextlib.suppress(NoAnswer, Refused):
+            say(*applier.put_back())
+    show_line()
+    print(", ".join(f"{outcome} {count}" for outcome, count in outcomes.items()))
+    if failure:
+        say(*(f"deleted until the next run: {csv_line(rule.cells())}" for rule in applier.missing()),
+            f"{str(failure) or 'interrupted'}; {len(steps) - sum(outcomes.values())} left, run it again")
+    return 130 if isinstance(failure, KeyboardInterrupt) else 1 if failure or outcomes["refused"] else 0
 
 
 def main():
     options = parse_arguments(sys.argv[1:])
+    for name in {"SIGHUP", "SIGTERM"} & set(dir(signal)):
+        signal.signal(getattr(signal, name), signal.default_int_handler)
+    sys.stdout.reconfigure(encoding="utf-8", newline="")
     try:
-        status = run(options)
+        client = RuleClient(options.url, *find_login(options))
+        client.notify = show_line
+        status = 0
+        if options.command == "apply":
+            status = apply(client, options)
+        elif options.command == "delete":
+            status = delete(client, list(dict.fromkeys(options.guid)))
+        elif options.command == "export":
+            export(client.list(), options.file)
+        elif options.command == "add":
+            created = client.add(make_rule(**{name: getattr(options, name, "") for name in COLUMNS}))
+            print("added" if created else "kept: the rule is there")
+        elif options.json:
+            print(json.dumps(client.list(), indent=2))
+        else:
+            print_table(client.list())
         sys.stdout.flush()
         return status
     except BrokenPipeError:  # the reader of the output has closed it, as `head` does
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 1
-    except (Refused, NoAnswer, BadInput, OSError, ValueError, netrc.NetrcParseError) as failure:
-        print(printable(f"rule_client: {failure}"), file=sys.stderr)
-        return 1
+    except (Refused, NoAnswer, RecursionError, OSError, ValueError, netrc.NetrcParseError) as failure:
+        say(f"rule_client: {failure}")
+        return 1 if isinstance(failure, (Refused, NoAnswer, RecursionError)) else 2
     except KeyboardInterrupt:
         return 130
 
