@@ -33,7 +33,6 @@ COLUMNS = ("event", "channel", "alarm", "action", "record", "name", "schedule")
 DUPLICATE = -911
 
 ANSWER_LIMIT = 64 * 1024 * 1024  # bytes; a rule takes up about 2 KiB of a list
-
 # A rule is refused with -221 when one of its random GUIDs is in use. If half of a channel's GUIDs are
 # taken, one attempt in eight succeeds, and 50 in a row fail about once in 800 times.
 CLASH_LIMIT = 50
@@ -69,10 +68,9 @@ class Rule(NamedTuple):
 
     def document(self):
         """The request document for the rule."""
-        camera = {"chIdx": self.channel}
-        if self.alarm is not None:
-            camera["alarm"] = [self.alarm]
-        rule = {"ruleName": self.name, "event": [{"eventID": self.event, "camera": [camera]}]}
+        alarm = {} if self.alarm is None else {"alarm": [self.alarm]}
+        rule = {"ruleName": self.name,
+                "event": [{"eventID": self.event, "camera": [{"chIdx": self.channel, **alarm}]}]}
         if self.schedule:
             rule["timeprofileGUID"] = self.schedule
         if self.record is not None:
@@ -90,10 +88,10 @@ class Rule(NamedTuple):
         return ["" if value is None else str(value) for value in (*self[:3], action, *self[3:])]
 
     def __str__(self):
-        text = f"event {self.event} on channel {self.channel}"
-        text += f" alarm {self.alarm}" if self.alarm is not None else ""
-        text += f" records channel {self.record}" if self.record is not None else ""
-        return text + f", '{self.name}'" + (f", schedule {self.schedule}" if self.schedule else "")
+        alarm = "" if self.alarm is None else f" alarm {self.alarm}"
+        record = "" if self.record is None else f" records channel {self.record}"
+        schedule = self.schedule and f", schedule {self.schedule}"
+        return f"event {self.event} on channel {self.channel}{alarm}{record}, '{self.name}'{schedule}"
 
 
 class ListedRule(NamedTuple):
@@ -105,8 +103,7 @@ class ListedRule(NamedTuple):
 
 
 def read_entry(entry):
-    """The rule in an entry of the list. In rules that were created in other ways any member can be
-    missing, and any can be of another type."""
+    """The rule in an entry of the list, in which any member can be missing or of another type."""
     document = _member(entry, "content", "rule")
     guid, name = (text if isinstance(text, str) else ""
                   for text in (_member(entry, "GUID"), _member(entry, "name")))
@@ -145,7 +142,6 @@ def quick_rules(entries):
 class _Incoming(io.RawIOBase):
     """The bytes of an answer, which must arrive until a time."""
     def __init__(self, end, sock, raw):
-        super().__init__()
         self._end, self._sock, self._raw, self._room = end, sock, raw, ANSWER_LIMIT
 
     def readable(self):
@@ -173,22 +169,18 @@ class RuleClient:
         """`timeout` is in seconds, for a whole exchange; the endpoint can take 45 to add a rule."""
         self.url = url
         self._url = urllib.parse.urlsplit(url)
-        if self._url.scheme not in ("http", "https") or not self._url.hostname or not url.isascii():
-            raise ValueError(f"not the address of a recorder: {url}")
-        if self._url.username is not None:
-            raise ValueError("user and password do not belong in the address")
-        self._port = self._url.port
+        if (self._url.scheme not in ("http", "https") or not self._url.hostname or not url.isascii()
+                or self._url.username is not None or self._url.port == 0):  # a ValueError if not a number
+            raise ValueError("not the address of a recorder: http or https, a host, and no user or password")
         self._timeout = timeout
-        self._headers = {}
-        if user is not None:
-            login = base64.b64encode(f"{user}:{password}".encode()).decode()
-            self._headers["Authorization"] = f"Basic {login}"
+        login = base64.b64encode(f"{user}:{password}".encode()).decode()
+        self._headers = {} if user is None else {"Authorization": f"Basic {login}"}
 
     def request(self, method, target="", body=None, headers=None):
         """One exchange: `target` is appended to the address, `body` is bytes. Returns the Answer,
         whatever its status. Raises OSError or http.client.HTTPException if there is none."""
-        scheme = {"http": http.client.HTTPConnection, "https": http.client.HTTPSConnection}
-        connection = scheme[self._url.scheme](self._url.hostname, self._port, timeout=self._timeout)
+        kind = getattr(http.client, f"{self._url.scheme.upper()}Connection")
+        connection = kind(self._url.hostname, self._url.port, timeout=self._timeout)
         end = time.monotonic() + self._timeout
 
         def start_response(sock, **options):
@@ -215,10 +207,10 @@ class RuleClient:
 
     def list(self):
         """All rules of the recorder, as the unchanged entries of its document."""
-        document = self._persist("GET")
-        if not isinstance(document, dict) or not isinstance(document.get("ruleList"), list):
+        rules = _member(self._persist("GET"), "ruleList")
+        if not isinstance(rules, list):
             raise NoAnswer("the recorder has no list of rules at the moment")
-        return document["ruleList"]
+        return rules
 
     def delete(self, guids):
         """Deletes rules. A GUID without a rule is not a failure. After a failure the rules before it
@@ -232,11 +224,8 @@ class RuleClient:
             rule.met_by(entry.rule) for entry in quick_rules(self.list()))) is not None
 
     def _persist(self, method, target="", document=None, is_done=lambda: False):
-        """An exchange that is repeated where this helps, unless the list shows that it is done. Returns
-        its document, or None if it was done before."""
-        clashes = 0
-        pauses = iter(self.pauses)
-        in_doubt = False  # whether an earlier attempt may have done it
+        """Repeats an exchange where this helps. Returns its document, or None if `is_done` from the start."""
+        clashes, pauses, in_doubt = 0, iter(self.pauses), False  # in doubt: an attempt may have done it
         while True:
             try:
                 return self._exchange(method, target, document)
@@ -278,9 +267,9 @@ def _no_answer(place, failure):
     """The failure of a connection. It is final if it is about the name, the certificate or the protocol."""
     reason = getattr(failure, "verify_message", "") or getattr(failure, "strerror", "") or str(failure)
     result = NoAnswer(f"{place}: {reason or type(failure).__name__}")
-    lost = (http.client.IncompleteRead, http.client.RemoteDisconnected, ssl.SSLEOFError)
-    result.final = (isinstance(failure, (http.client.HTTPException, socket.gaierror, ssl.SSLError))
-                    and not isinstance(failure, lost))
+    cut = (http.client.IncompleteRead, http.client.RemoteDisconnected, ssl.SSLEOFError)
+    foreign = (http.client.HTTPException, socket.gaierror, ssl.SSLError)
+    result.final = isinstance(failure, foreign) and not isinstance(failure, cut)
     return result
 
 
@@ -289,31 +278,25 @@ def advice_for(failure):
     the request may have succeeded, or "duplicate" if the list has a rule like it."""
     if isinstance(failure, NoAnswer):
         return "never" if failure.final else "look"
-    # With a code of the recorder's own: the service could not be reached, or there is no list.
+    # The codes of these can be the recorder's own, or those of others.
     if failure.text.startswith("Error ROVA POST request"):
         return "look"
-    if failure.text == "Request failed" and failure.code != -306:
+    unread = "Request failed$|Internal error get time profile guid|Error check time profile .* ret=-10[123]$"
+    if failure.code != -306 and re.match(unread, failure.text, re.DOTALL):
         return "later"
-    # With codes of the request document: the schedules could not be read.
-    if re.match("Internal error get time profile guid|Error check time profile .* ret=-10[123]$",
-                failure.text, re.DOTALL):
-        return "later"
-    known = {-4: "look", -220: "look", -221: "at once", -304: "later", -305: "later",
-             -601: "later", -602: "later", -603: "later", DUPLICATE: "duplicate"}
-    return known.get(failure.code, "never")
-
-
-def number(text):
-    """A number from 0, in decimal or, as in 0x20020000, in hexadecimal."""
-    if not re.fullmatch("0[xX][0-9a-fA-F]{1,16}|[0-9]{1,20}", text):
-        raise ValueError(f"not a number from 0: '{text}'")
-    return int(text, 16) if text[:2] in ("0x", "0X") else int(text)
+    return {-4: "look", -220: "look", -221: "at once", -304: "later", -305: "later",
+             -601: "later", -602: "later", -603: "later", DUPLICATE: "duplicate"}.get(failure.code, "never")
 
 
 def make_rule(event, channel, alarm="", action="", record="", name="", schedule=""):
-    """A rule from texts; an empty text counts as absent."""
-    rule = Rule(number(event), number(channel), number(alarm) if alarm else None,
-                number(record) if record else None, name or QUICK_NAME, schedule or "")
+    """A rule from texts. An empty one counts as absent; numbers can be hexadecimal, as in 0x20020000."""
+    numbers = [event, channel, alarm or None, record or None]
+    for i, text in enumerate(numbers):
+        if text is not None:
+            if not re.fullmatch("0[xX][0-9a-fA-F]{1,16}|[0-9]{1,20}", text):
+                raise ValueError(f"not a number from 0: '{text}'")
+            numbers[i] = int(text, 16 if text[:2] in ("0x", "0X") else 10)
+    rule = Rule(*numbers, name or QUICK_NAME, schedule or "")
     if (rule.event == ALARM_EVENT) != (rule.alarm is not None):
         raise ValueError(f"event {ALARM_EVENT} needs an alarm input, and no other event has one")
     if action and (action != RECORDING or not record):
@@ -329,9 +312,11 @@ def csv_line(texts):
     return line.getvalue()[:-2]  # without CR and LF, because of which it quotes both
 
 
-def write_lines(file, rules):
-    for line in map(csv_line, [COLUMNS, *(rule.cells() for rule in rules)]):
-        print(printable(line) if file.isatty() else line, file=file)
+def write_lines(path, rules):
+    with contextlib.nullcontext(sys.stdout) if path == "-" else open(
+            path, "w", newline="", encoding="utf-8") as file:
+        for line in map(csv_line, [COLUMNS, *(rule.cells() for rule in rules)]):
+            print(printable(line) if file.isatty() else line, file=file)
 
 
 def read_lines(path):
@@ -340,32 +325,22 @@ def read_lines(path):
         content = file.read()
     line = 1
     try:
-        rows = csv.reader(io.StringIO(content.decode("utf-8-sig"), newline=""), strict=True)
-        names = next(rows, [])
+        rows = csv.DictReader(io.StringIO(content.decode("utf-8-sig"), newline=""), strict=True, restval="")
+        names = rows.fieldnames or []
         if len(set(names)) < len(names) or not {"event", "channel"} <= set(names) <= set(COLUMNS):
-            raise ValueError(f"the columns are not event, channel and any of {', '.join(COLUMNS[2:])}, "
-                             "each once, with commas between them")
-        line = rows.line_num + 1
+            raise ValueError(f"not event, channel and any of {', '.join(COLUMNS[2:])}, once, with commas")
+        line = 2
         for row in rows:
-            if len(row) > len(names):
+            line = rows.line_num
+            if None in row:
                 raise ValueError("more cells than columns")
-            if row:
-                yield f"{path}:{line}", make_rule(**dict(zip(names, row + len(names) * [""])))
-            line = rows.line_num + 1
+            yield f"{path}:{line}", make_rule(**row)
+            line += 1
     except (ValueError, csv.Error) as failure:
         if isinstance(failure, UnicodeDecodeError):
             line += failure.object.count(b"\n", 0, failure.start)
         advice = "" if type(failure) is ValueError else "; close each quote, and save it as 'CSV UTF-8'"
         raise ValueError(f"{path}:{line}: {failure}{advice}") from failure
-
-
-def by_place(lines):
-    """The rules by event and channel, each with its line; a recorder takes one."""
-    rules = {}
-    for line, rule in lines:
-        if rules.setdefault(rule[:2], (line, rule)) != (line, rule):
-            raise ValueError(f"{line}: a second rule for event {rule.event} on channel {rule.channel}")
-    return rules
 
 
 class Step(NamedTuple):
@@ -376,14 +351,17 @@ class Step(NamedTuple):
     obsolete: tuple = ()  # listed rules to delete
 
 
-def plan(rules, entries, delete_others):
-    """The steps from a recorder with these list entries to one with `rules`."""
+def plan(lines, entries, delete_others):
+    """The steps from a recorder with these list entries to one with the rules of `lines`."""
     listed = {}
     for entry in quick_rules(entries):
         listed.setdefault(entry.rule[:2], []).append(entry)
-    steps = []
-    for place, (line, rule) in rules.items():
-        there = listed.pop(place, [])
+    steps, places = [], set()
+    for line, rule in lines:
+        if rule[:2] in places:
+            raise ValueError(f"{line}: a second rule for event {rule.event} on channel {rule.channel}")
+        places.add(rule[:2])
+        there = listed.pop(rule[:2], [])
         fitting = next((entry for entry in there if rule.met_by(entry.rule)), None)
         obsolete = tuple(entry for entry in there if entry is not fitting)
         outcome = "replaced" if obsolete else "kept" if fitting else "added"
@@ -397,31 +375,28 @@ class Applier:
     places of rules, the deleted ones are in a file, which is left behind for the next run by an end then."""
     def __init__(self, client, asks=False):
         self._client, self._asks = client, asks
-        state = os.environ.get("XDG_STATE_HOME") or os.path.expanduser("~/.local/state")
+        state = os.path.expanduser(os.environ.get("XDG_STATE_HOME") or "~/.local/state")
         self._journal = os.path.join(state, "rule_client", urllib.parse.quote(client.url, safe="") + ".csv")
 
     def missing(self):
-        """The rules that are in the file."""
         return [rule for _, rule in read_lines(self._journal)] if os.path.exists(self._journal) else []
 
     def _keep(self, rules):
         os.makedirs(os.path.dirname(self._journal), mode=0o700, exist_ok=True)
-        with open(self._journal + ".new", "w", newline="", encoding="utf-8") as file:
-            write_lines(file, rules)
+        write_lines(self._journal + ".new", rules)
         os.replace(self._journal + ".new", self._journal)
 
     def put_back(self):
         """Adds the rules of the file again unless others have taken their places. Returns a text for each."""
-        rules = [] if self._asks else self.missing()
+        rules, texts = [] if self._asks else self.missing(), []
         listed = [entry.rule for entry in quick_rules(self._client.list())] if rules else []
-        texts = []
         for rule in rules:
-            if all(other in rules for other in listed if other[:2] == rule[:2]):
-                try:
-                    if self._client.add(rule):
-                        texts.append(f"put back {rule}")
-                except Refused as refusal:
-                    texts.append(f"lost, because it is refused ({refusal}): {csv_line(rule.cells())}")
+            free = all(other in rules for other in listed if other[:2] == rule[:2])
+            try:
+                if free and self._client.add(rule):
+                    texts.append(f"put back {rule}")
+            except Refused as refusal:
+                texts.append(f"lost, because it is refused ({refusal}): {csv_line(rule.cells())}")
         if rules:
             self._keep(())
         return texts
@@ -430,55 +405,47 @@ class Applier:
         """A recorder looks for a duplicate last: if it refuses a rule for that, it accepts everything else.
         It looks for the schedule before: one that does not exist keeps a question from creating a rule."""
         guids = [entry.guid for entry in step.obsolete]
-        doomed = self._asks and step.rule and not guids
+        rule, code, mark = step.rule, DUPLICATE if guids else None, ""
+        if rule and self._asks and not guids:
+            rule, code, mark = rule._replace(schedule="?"), -104, "[?]"
         try:
-            if step.rule:
-                self._client.add(step.rule._replace(schedule="?") if doomed else step.rule)
+            if rule:
+                self._client.add(rule)
             if not self._asks:
                 self._client.delete(guids)
         except Refused as refusal:
-            expected = refusal.code == -104 and "[?]" in refusal.text if doomed else (
-                refusal.code == DUPLICATE and guids)
-            if not expected:
+            if refusal.code != code or mark not in refusal.text:
                 raise
             if not self._asks:
                 self._keep([entry.rule for entry in step.obsolete])
                 self._client.delete(guids)
-                self._client.add(step.rule)
+                self._client.add(rule)
                 self._keep(())
 
-    def take(self, rules, steps):
-        """Yields each step towards `rules` once taken, with the text of its refusal or None. Then looks at
+    def take(self, lines, steps):
+        """Yields each step towards `lines` once taken, with the text of its refusal or None. Then looks at
         the list again, because of other clients: what is gone is added, what is there twice deleted once."""
-        added = {}
+        added = set()
         for step in steps:
             text = None
             try:
                 self._take(step)
-                if step.rule and not self._asks:
-                    added[step.rule[:2]] = rules[step.rule[:2]]
+                added.add(step.rule)
             except Refused as refusal:
                 then = self.put_back() or ["the rule that was there stays"] * bool(step.obsolete)
                 text = "; ".join([f"{step.title}: {refusal}", *then])
             yield step, text
-        if added:
-            mended = [step for step in plan(added, self._client.list(), False)
-                      if not (step.rule and step.obsolete)]
-            yield from (result for result in self.take(rules, mended) if result[1])
+        lines = [line for line in lines if line[1] in added and not self._asks]
+        again = plan(lines, self._client.list(), False) if lines else []
+        if mended := [step for step in again if not (step.rule and step.obsolete)]:
+            yield from (result for result in self.take(lines, mended) if result[1])
 
 
-# The command.
-
-def show_line(text=""):
-    """Shows a line on a terminal in place of the one before."""
-    if sys.stderr.isatty():
-        print(f"\r\033[K{printable(text)}", end="", file=sys.stderr, flush=True)
-
-
-def say(*texts):
-    for text in texts:
-        show_line()
-        print(printable(text), file=sys.stderr)
+def say(*texts, end="\n"):
+    """Prints texts. One with an empty end is for a terminal only, until the next text takes its place."""
+    clear = "\r\033[K" if sys.stderr.isatty() else ""
+    for text in texts if end or clear else ():
+        print(clear + printable(text), end=end, file=sys.stderr, flush=True)
 
 
 def printable(text):
@@ -486,8 +453,12 @@ def printable(text):
     return "".join(char if char.isprintable() else "?" for char in text)
 
 
-def print_table(entries):
-    """The rules, one per line; only GUID and name of those that are not quick rules of one event."""
+def run_list(client, options):
+    """One rule per line; only GUID and name of those that are not quick rules of one event."""
+    entries = client.list()
+    if options.json:
+        print(json.dumps(entries, indent=2))
+        return
     form = "{:<32} {:>10} {:>7} {:>5} {:>6} {:<32} {}"
     print(form.format("GUID", "EVENT", "CHANNEL", "ALARM", "RECORD", "SCHEDULE", "NAME"))
     for entry in map(read_entry, entries):
@@ -496,48 +467,99 @@ def print_table(entries):
         print(printable(form.format(entry.guid, event, channel, alarm, record, schedule, name)).rstrip())
 
 
+def run_add(client, options):
+    created = client.add(make_rule(**{name: getattr(options, name, "") for name in COLUMNS}))
+    print("added" if created else "kept: the rule is there")
+
+
+def run_delete(client, options):
+    guids = set(options.guid)
+    before = guids.intersection(read_entry(entry).guid for entry in client.list())
+    say(*(f"there is no rule {guid}" for guid in sorted(guids - before)))
+    try:
+        client.delete(sorted(before))
+    finally:
+        deleted = before.difference(read_entry(entry).guid for entry in client.list())
+        print(f"deleted {len(deleted)} of {len(guids)}")
+    return int(deleted != guids)
+
+
+def run_export(client, options):
+    entries = client.list()
+    first = {entry.rule[:2]: entry for entry in reversed(quick_rules(entries))}
+    rules = {entry.guid: entry.rule for entry in first.values()}
+    say(*(f"left out: {entry.guid} '{entry.name}'" for entry in map(read_entry, entries)
+          if entry.guid not in rules))
+    write_lines(options.file, rules.values())
+
+
+def run_apply(client, options):
+    lines = list(read_lines(options.file))
+    if options.delete_others and not lines and not options.force:
+        raise ValueError(f"{options.file} has no rules, so all would be deleted; --force does that")
+    applier = Applier(client, options.dry_run)
+    say(*(f"after an interrupted run: {text}" for text in applier.put_back()))
+    steps = plan(lines, client.list(), options.delete_others)
+    outcomes = dict.fromkeys(("kept", "added", "replaced", "deleted", "refused"), 0)
+    try:
+        for step, refusal in applier.take(lines, steps):
+            outcome = "refused" if refusal else step.outcome
+            outcomes[outcome] += 1
+            if options.dry_run:
+                print(printable(f"{outcome:<8} {refusal or step.title}"))
+            elif refusal:
+                say(refusal)
+            say(f"{sum(outcomes.values())} of {len(steps)}", end="")
+    except (KeyboardInterrupt, NoAnswer):
+        with contextlib.suppress(NoAnswer, Refused):
+            say(*applier.put_back())
+        say(*(f"deleted until the next run: {csv_line(rule.cells())}" for rule in applier.missing()),
+            f"interrupted; {len(steps) - sum(outcomes.values())} left, run it again")
+        raise
+    finally:
+        say("", end="")
+        print(", ".join(f"{outcome} {count}" for outcome, count in outcomes.items()))
+    return int(outcomes["refused"] > 0)
+
+
 def parse_arguments(arguments):
     parser = argparse.ArgumentParser(
-        description="Lists, adds and deletes the rules of a recorder.",
-        epilog="Without --user, the variables RULE_USER and RULE_PASSWORD or the file ~/.netrc hold the"
-        " credentials. A password on a command line can be seen by every user of the machine.")
+        description="Lists, adds and deletes the rules of a recorder.", epilog="Without --user, RULE_USER "
+        "and RULE_PASSWORD or ~/.netrc hold the credentials. Others on the machine can see a command line.")
     parser.add_argument("--version", action="version", version=f"rule_client {VERSION}")
-    parser.add_argument("--url", default=os.environ.get("RULE_URL"),
-                        help="the address of the rule endpoint; otherwise the variable RULE_URL")
+    url = os.environ.get("RULE_URL")
+    parser.add_argument("--url", default=url, required=not url, help="the address; otherwise RULE_URL")
     parser.add_argument("--user", metavar="NAME[:PASSWORD]", help="the credentials")
     commands = parser.add_subparsers(dest="command", required=True)
 
-    def command(example, text):
-        return commands.add_parser(example.split()[0], help=text.partition(".")[0], description=text,
-                                   epilog=f"Example: rule_client.py {example}").add_argument
+    def command(run, example, text):
+        command = commands.add_parser(example.split()[0], help=text.partition(".")[0], description=text,
+                                      epilog=f"Example: rule_client.py {example}")
+        command.set_defaults(run=run)
+        return command.add_argument
 
-    option = command("list --json", "Show all rules.")
+    option = command(run_list, "list --json", "Show all rules.")
     option("--json", action="store_true", help="the recorder's document, unchanged")
-    option = command("add 0x20010000 3 --record 5", "Create a rule, unless it exists.")
+    option = command(run_add, "add 0x20010000 3 --record 5", "Create a rule, unless it exists.")
     option("event", help="event ID, as in 536936448 or 0x20010000")
     option("channel", help="channel of the camera")
     option("--alarm", help="alarm input of the camera, for the alarm event")
     option("--record", metavar="CHANNEL", help="channel to record")
     option("--name", help=f"name of the rule; otherwise {QUICK_NAME}")
     option("--schedule", metavar="GUID", help="otherwise the schedule for all day")
-    option = command("delete 33333333333A7F09C2B14E6D58F00003", "Delete rules.")
+    option = command(run_delete, "delete 33333333333A7F09C2B14E6D58F00003", "Delete rules.")
     option("guid", nargs="+")
-    option = command("export rules.csv", "Write the quick rules to a file as apply reads it. Rules that it "
-                     "cannot hold are named and left out.")
+    option = command(run_export, "export rules.csv", "Write the quick rules to a file as apply reads it, and "
+                     "name those that it cannot hold.")
     option("file", help="- is the standard output")
-    option = command("apply rules.csv --dry-run", "Make a recorder's rules match a list. The first line of "
-                     "the CSV file, in UTF-8, names its columns: event and channel, and optionally alarm, "
-                     "action, record, name and schedule. A rule that exists is kept. One for the same event "
-                     "and channel that differs is replaced, if the recorder accepts the new one. The command "
-                     "can be interrupted and run again.")
+    option = command(run_apply, "apply rules.csv --dry-run", "Make a recorder's rules match a CSV file in "
+                     "UTF-8. Its first line names its columns: event, channel, and any of alarm, action, "
+                     "record, name, schedule. A rule that differs is replaced if the new one is accepted.")
     option("file")
     option("--dry-run", action="store_true", help="only show what would be done")
     option("--delete-others", action="store_true", help="delete the quick rules that are not in the file")
     option("--force", action="store_true", help="even if there are no rules in the file")
-    options = parser.parse_args(arguments)
-    if not options.url:
-        parser.error("the address is missing: --url or the variable RULE_URL")
-    return options
+    return parser.parse_args(arguments)
 
 
 def find_login(options):
@@ -554,63 +576,6 @@ def find_login(options):
     return user or None, password
 
 
-def delete(client, guids):
-    """Deletes rules and prints how many were there. Returns the exit status."""
-    def find():
-        return {entry.guid for entry in map(read_entry, client.list())}.intersection(guids)
-
-    before = find()
-    say(*(f"there is no rule {guid}" for guid in guids if guid not in before))
-    try:
-        client.delete(sorted(before))
-    finally:
-        deleted = len(before - find())
-        print(f"deleted {deleted} of {len(guids)}")
-    return 0 if deleted == len(guids) else 1
-
-
-def export(entries, path):
-    """Writes the rules as apply reads them."""
-    first = {entry.rule[:2]: entry for entry in reversed(quick_rules(entries))}
-    rules = {entry.guid: entry.rule for entry in first.values()}
-    say(*(f"left out: {entry.guid} '{entry.name}'" for entry in map(read_entry, entries)
-          if entry.guid not in rules))
-    with (contextlib.nullcontext(sys.stdout) if path == "-" else
-          open(path, "w", newline="", encoding="utf-8")) as file:
-        write_lines(file, rules.values())
-
-
-def apply(client, options):
-    """Returns the exit status."""
-    rules = by_place(read_lines(options.file))
-    if options.delete_others and not rules and not options.force:
-        raise ValueError(f"{options.file} has no rules, so all would be deleted; --force does that")
-    applier = Applier(client, options.dry_run)
-    say(*(f"after an interrupted run: {text}" for text in applier.put_back()))
-    steps = plan(rules, client.list(), options.delete_others)
-    outcomes = dict.fromkeys(("kept", "added", "replaced", "deleted", "refused"), 0)
-    failure = None
-    try:
-        for step, refusal in applier.take(rules, steps):
-            outcome = "refused" if refusal else step.outcome
-            outcomes[outcome] += 1
-            if options.dry_run:
-                print(printable(f"{outcome:<8} {refusal or step.title}"))
-            elif refusal:
-                say(refusal)
-            show_line(f"{sum(outcomes.values())} of {len(steps)}")
-    except (KeyboardInterrupt, NoAnswer) as reason:
-        failure = reason
-        with contextlib.suppress(NoAnswer, Refused):
-            say(*applier.put_back())
-    show_line()
-    print(", ".join(f"{outcome} {count}" for outcome, count in outcomes.items()))
-    if failure:
-        say(*(f"deleted until the next run: {csv_line(rule.cells())}" for rule in applier.missing()),
-            f"{str(failure) or 'interrupted'}; {len(steps) - sum(outcomes.values())} left, run it again")
-    return 130 if isinstance(failure, KeyboardInterrupt) else 1 if failure or outcomes["refused"] else 0
-
-
 def main():
     options = parse_arguments(sys.argv[1:])
     for name in {"SIGHUP", "SIGTERM"} & set(dir(signal)):
@@ -618,21 +583,8 @@ def main():
     sys.stdout.reconfigure(encoding="utf-8", newline="")
     try:
         client = RuleClient(options.url, *find_login(options))
-        client.notify = show_line
-        status = 0
-        if options.command == "apply":
-            status = apply(client, options)
-        elif options.command == "delete":
-            status = delete(client, list(dict.fromkeys(options.guid)))
-        elif options.command == "export":
-            export(client.list(), options.file)
-        elif options.command == "add":
-            created = client.add(make_rule(**{name: getattr(options, name, "") for name in COLUMNS}))
-            print("added" if created else "kept: the rule is there")
-        elif options.json:
-            print(json.dumps(client.list(), indent=2))
-        else:
-            print_table(client.list())
+        client.notify = lambda text: say(text, end="")
+        status = options.run(client, options) or 0
         sys.stdout.flush()
         return status
     except BrokenPipeError:  # the reader of the output has closed it, as `head` does
