@@ -1,0 +1,1 @@
+../../rule_client.py
