@@ -148,8 +148,7 @@ class _Incoming(io.RawIOBase):
         return True
 
     def readinto(self, buffer):
-        left = self._end - time.monotonic()
-        if left <= 0:
+        if (left := self._end - time.monotonic()) <= 0:
             raise TimeoutError("timed out")
         self._sock.settimeout(left)
         count = self._raw.readinto(buffer)
@@ -490,7 +489,7 @@ def run_export(client, options):
     rules = {entry.guid: entry.rule for entry in first.values()}
     say(*(f"left out: {entry.guid} '{entry.name}'" for entry in map(read_entry, entries)
           if entry.guid not in rules))
-    write_lines(options.file, rules.values())
+    write_lines(options.file, sorted(rules.values()))
 
 
 def run_apply(client, options):

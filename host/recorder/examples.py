@@ -28,7 +28,8 @@ def run_examples(examples, recorder):
     environment = {**os.environ, "RULE_URL": recorder.url, "RULE_USER": recorder.user,
                    "RULE_PASSWORD": recorder.password,
                    "account": f"{recorder.user}:{recorder.password}", "service": SERVICE_URL,
-                   "CURL_HOME": str(recorder.state), "no_proxy": "*"}
+                   "CURL_HOME": str(recorder.state), "XDG_STATE_HOME": str(recorder.state),
+                   "no_proxy": "*"}
     done = subprocess.run(["bash", "-c", script], env=environment, cwd=PROJECT,
                           stdout=subprocess.PIPE, text=True)
     return done.stdout.split("\0")[:-1]

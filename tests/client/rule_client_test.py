@@ -396,8 +396,8 @@ def test_there_and_back(command, model):
     listed = [entry(rule, guid) for guid, rule in recorder.rules.items()]
     recorder.reply = lambda *_: listing(*listed, *FOREIGN[:5], entry(RULE, "2" * 32, action="Siren"))
     columns = "event,channel,alarm,action,record,name,schedule\n"
-    lines = "537001984,3,16,RecordControl,10,clientRule,\n" \
-        f'536936448,4,,RecordControl,0,"a\r\nb, ""c"" \x1b[2J",{NIGHT}\n'
+    lines = f'536936448,4,,RecordControl,0,"a\r\nb, ""c"" \x1b[2J",{NIGHT}\n' \
+        "537001984,3,16,RecordControl,10,clientRule,\n"
     left_out = [f"left out: {3:032} 'second'", *["left out:  ''"] * 5, f"left out: {'2' * 32} 'clientRule'"]
     status, output, errors = command("export", "-")
     assert (status, output, errors.splitlines()) == (0, columns + lines, left_out)

@@ -9,7 +9,7 @@ from examples import read_examples, run_examples
 from driver import PROJECT, Rule, without_random_parts
 
 
-@pytest.mark.parametrize("page", ["api", "config-service"])
+@pytest.mark.parametrize("page", ["api", "client", "config-service"])
 def test_examples(page, recorder):
     examples = read_examples(PROJECT / f"docs/{page}.md")
     assert len(examples) > 3
