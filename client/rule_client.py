@@ -382,8 +382,8 @@ class Applier:
 
     def _keep(self, rules):
         os.makedirs(os.path.dirname(self._journal), mode=0o700, exist_ok=True)
-        write_lines(self._journal + ".new", rules)
-        os.replace(self._journal + ".new", self._journal)
+        write_lines(f"{self._journal}.{os.getpid()}", rules)
+        os.replace(f"{self._journal}.{os.getpid()}", self._journal)
 
     def put_back(self):
         """Adds the rules of the file again unless others have taken their places. Returns a text for each."""
