@@ -2,10 +2,12 @@
 one loses no rule."""
 
 import contextlib
+import http.client
 import itertools
 import json
 import signal
 import socket
+import ssl
 import threading
 
 import pytest
@@ -52,7 +54,7 @@ class ScriptedClient(RuleClient):
         following = self.answers.pop(0)
         if isinstance(following, Exception):
             raise following
-        assert (method == "GET") == (b"ruleList" in following.body)
+        assert method == "GET" or b"ruleList" not in following.body
         return following
 
 
@@ -78,6 +80,12 @@ HERE = listing(entry(RULE))
     (RULE, [CLASH, DUPLICATE, HERE], True, []),
     (RULE, [LOST, HERE], True, []),
     (RULE, [LOST, listing()] * 5, NoAnswer, [1, 2, 4, 8]),
+    (RULE, [http.client.IncompleteRead(b""), HERE], True, []),
+    (RULE, [http.client.RemoteDisconnected(), HERE], True, []),
+    (RULE, [ssl.SSLEOFError(), HERE], True, []),
+    (RULE, [ssl.SSLCertVerificationError()], NoAnswer, []),
+    (RULE, [socket.gaierror()], NoAnswer, []),
+    (RULE, [http.client.BadStatusLine("SSH")], NoAnswer, []),
     (RULE, [Answer(500, {}, b"<html>"), HERE], True, []),
     (RULE, [Answer(499, {}, b"<html>")], Refused, []),
     (RULE, [Answer(200, {}, b"null")], Refused, []),
@@ -494,14 +502,15 @@ def test_a_recorder_that_is_away(command, monkeypatch, pauses):
                              for seconds in pauses) + "\r\033[Krule_client: recorder: Connection?refused\n"
 
 
-def serve(*pieces):
-    """Answers one connection with the pieces, the last of them without end; returns the address."""
+def serve(head, endless=b""):
+    """Answers one connection; returns the address."""
     def answer_one():
         connection, _ = listener.accept()
         with listener, connection, contextlib.suppress(OSError):
             connection.recv(65536)
-            for piece in itertools.chain(pieces[:-1], itertools.repeat(pieces[-1])):
-                connection.sendall(piece)
+            connection.sendall(head)
+            while endless:
+                connection.sendall(endless)
 
     listener = socket.create_server(("127.0.0.1", 0))
     threading.Thread(target=answer_one, daemon=True).start()
@@ -511,19 +520,38 @@ def serve(*pieces):
 OK = b"HTTP/1.1 200 OK\r\n"
 
 
-@pytest.mark.parametrize("scheme, pieces, final, reason", [
-    ("http", [b"HTTP/1.1 100 Continue\r\n\r\n"], True, "an answer of more than 300000 bytes"),
-    ("http", [OK + b"\r\n", b"x"], True, "an answer of more than 300000 bytes"),
-    ("http", [OK + b"Transfer-Encoding: chunked\r\n\r\n-5\r\n"], True, "read length must be"),
-    ("http", [b"SSH-2.0-\x1b[2J\r\n"], True, "SSH-2.0-?[2J"),
-    ("https", [OK + b"\r\n"], True, "[SSL: WRONG_VERSION_NUMBER]"),
+CONTINUE = b"HTTP/1.1 100 Continue\r\n\r\n"
+
+
+@pytest.mark.parametrize("scheme, head, endless, reason", [
+    ("http", b"", CONTINUE, "an answer of more than 300000 bytes"),
+    ("http", OK + b"\r\n", 4096 * b"x", "an answer of more than 300000 bytes"),
+    ("http", OK + b"Transfer-Encoding: chunked\r\n\r\n-5\r\n", b"", "read length must be"),
+    ("http", b"SSH-2.0-\x1b[2J\r\n", b"", "SSH-2.0-?[2J"),
+    ("https", OK + b"\r\n", b"", "[SSL: WRONG_VERSION_NUMBER]"),
 ])
-def test_bad_servers(scheme, pieces, final, reason, monkeypatch, pauses, command):
+def test_bad_servers(scheme, head, endless, reason, monkeypatch, pauses, command):
     monkeypatch.setattr(rule_client, "ANSWER_LIMIT", 300000)
-    address = serve(*pieces)
+    address = serve(head, endless)
     status, output, errors = command("--url", f"{scheme}://{address}/rule", "list")
     assert (status, output) == (1, "") and errors.startswith(f"rule_client: {address}: {reason}"), errors
     assert not pauses
+
+
+@pytest.mark.parametrize("head, endless, failure", [
+    (b"", CONTINUE, TimeoutError), (OK + b"\r\n", 4096 * b"x", TimeoutError),
+    (OK + b"Content-Length: 9\r\n\r\n{}", b"", http.client.IncompleteRead),
+    (OK + b"Content-Length: 99999999999999999\r\n\r\n{}", b"", http.client.IncompleteRead),
+])
+def test_answers_without_an_end(head, endless, failure, monkeypatch):
+    monkeypatch.setattr(rule_client, "ANSWER_LIMIT", 10 ** 12)
+    client = RuleClient(f"http://{serve(head, endless)}/rule", timeout=0.2 if endless else 60)
+    pytest.raises(failure, client.request, "GET")
+
+
+@pytest.mark.parametrize("text", [b'{"ruleList": [Infinity]}', b'{"ruleList": [', b"[" * 100000, b"\xff"])
+def test_lists_that_are_not_json(text):
+    pytest.raises(Refused, ScriptedClient(Answer(200, {}, text)).list)
 
 
 def test_on_the_host_recorder(command, recorder, tmp_path, monkeypatch):
