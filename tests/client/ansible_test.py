@@ -3,14 +3,20 @@
 import json
 import os
 import re
+import runpy
 import subprocess
+import sys
 
+import ansible.module_utils.basic
 import pytest
 
+import rule_client
 from driver import PROJECT
 from rule_client import Rule, read_entry
 
 LIST = "event,channel,record,name\n536936448,3,5,Parking\n"
+MODULE = PROJECT / "client/ansible/library/recorder_rules.py"
+NIGHT = "5C4ED01E000000000000000000000003"
 REFUSED = "event,channel\n537264129,9\n"
 LINE = "536936448,3,,RecordControl,5,Parking,"
 
@@ -62,6 +68,60 @@ def test_the_example_playbook(play, recorder):
                                                         "refused": 0}
     assert [rule[:5] for rule in rules] == [(536936448, 3, None, 5, "Parking")]
     assert play()[1]["changed"] is False
+
+
+@pytest.fixture
+def module(recorder, tmp_path, monkeypatch, capsys):
+    """Runs the module in this process; returns its result."""
+    monkeypatch.setitem(sys.modules, "ansible.module_utils.rule_client", rule_client)
+    monkeypatch.setenv("XDG_STATE_HOME", str(tmp_path))
+    main = runpy.run_path(str(MODULE))["main"]
+
+    def run(**arguments):
+        login = {"url": recorder.url, "user": recorder.user, "password": recorder.password}
+        monkeypatch.setattr(ansible.module_utils.basic, "_ANSIBLE_ARGS", json.dumps(
+            {"ANSIBLE_MODULE_ARGS": {**login, **arguments}}).encode())
+        pytest.raises(SystemExit, main)
+        return json.loads(capsys.readouterr().out)
+    return run
+
+
+def test_a_list_of_rules(module, recorder):
+    rules = [{"event": 0x20010000, "channel": 3, "record": 0, "action": "RecordControl", "name": "a, b"},
+             {"event": "0x20020000", "channel": 5, "alarm": 0, "schedule": NIGHT}]
+    wanted = {Rule(0x20010000, 3, record=0, name="a, b"), Rule(0x20020000, 5, alarm=0, schedule=NIGHT)}
+    result = module(rules=rules)
+    assert (result["changed"], result["outcomes"]["added"]) == (True, 2)
+    assert all(any(rule.met_by(read_entry(entry).rule) for entry in recorder.client.list()) for rule in wanted)
+    assert module(rules=[{"event": "x", "channel": 3}])["msg"] == "rules[0]: not a number from 0: 'x'"
+    assert module(rules=[], delete_others=True)["msg"].startswith("the list has no rules")
+    result = module(rules=[rules[0] | {"record": 9}])
+    assert result["failed"] and not result["changed"] and "(-211); the rule that was there stays" in result["msg"]
+    assert module(rules=[], delete_others=True, force=True)["outcomes"]["deleted"] == 2
+    assert module(rules=[], password="wrong")["msg"] == "Authorized failed (-2)"
+
+
+def test_a_recorder_that_goes_away(module, recorder, monkeypatch):
+    """It goes when the old rule is deleted, and is back for the next run."""
+    recorder.client.add(Rule(0x20010000, 3))
+    request = rule_client.RuleClient.request
+    gone = []
+
+    def go_away(client, method, *arguments):
+        if gone:
+            raise ConnectionRefusedError(111, "Connection refused")
+        gone.extend([method] * (method == "DELETE"))
+        return request(client, method, *arguments)
+
+    with monkeypatch.context() as patched:
+        patched.setattr(rule_client.RuleClient, "request", go_away)
+        patched.setattr("time.sleep", lambda _: None)
+        result = module(rules=[{"event": 0x20010000, "channel": 3, "name": "new"}])
+    assert result["msg"].endswith(": Connection refused") and not recorder.client.list()
+    assert result["warnings"][0].startswith("deleted until the next run: 536936448,3,,,,clientRule,")
+    result = module(rules=[{"event": 0x20010000, "channel": 3, "record": 9}])
+    assert result["warnings"][-1].startswith("after an interrupted run: put back event 536936448 on channel 3")
+    assert result["changed"] and [entry["name"] for entry in recorder.client.list()] == ["clientRule"]
 
 
 def test_its_documentation():

@@ -79,16 +79,13 @@ refused:
 """
 
 
-def read_rules(module):
-    """The lines of the list, as read_lines gives them."""
-    if module.params["file"] is not None:
-        lines = list(read_lines(module.params["file"]))
-    else:
-        lines = [(f"rules[{i}]", make_rule(**{name: text or "" for name, text in rule.items()}))
-                 for i, rule in enumerate(module.params["rules"])]
-    if module.params["delete_others"] and not lines and not module.params["force"]:
-        raise ValueError("the list has no rules, so all would be deleted; force does that")
-    return lines
+def number_rules(rules):
+    """The rules of the task, as read_lines gives those of a file."""
+    for i, rule in enumerate(rules):
+        try:
+            yield f"rules[{i}]", make_rule(**{name: text or "" for name, text in rule.items()})
+        except ValueError as failure:
+            raise ValueError(f"rules[{i}]: {failure}") from failure
 
 
 def to_csv(rules):
@@ -98,7 +95,10 @@ def to_csv(rules):
 
 def apply(module, client):
     """Applies the list, or asks in check mode. Returns what the module returns."""
-    lines = read_rules(module)
+    params = module.params
+    lines = list(number_rules(params["rules"]) if params["file"] is None else read_lines(params["file"]))
+    if params["delete_others"] and not lines and not params["force"]:
+        raise ValueError("the list has no rules, so all would be deleted; force does that")
     applier = Applier(client, module.check_mode)
     before = [entry.rule for entry in quick_rules(client.list())]
     for text in applier.put_back():
@@ -108,7 +108,7 @@ def apply(module, client):
     outcomes = dict.fromkeys(("kept", "added", "replaced", "deleted", "refused"), 0)
     refused = []
     try:
-        for step, refusal in applier.take(lines, plan(lines, entries, module.params["delete_others"])):
+        for step, refusal in applier.take(lines, plan(lines, entries, params["delete_others"])):
             outcomes["refused" if refusal else step.outcome] += 1
             if refusal:
                 refused.append(refusal)
