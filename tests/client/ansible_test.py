@@ -82,7 +82,9 @@ def module(recorder, tmp_path, monkeypatch, capsys):
         monkeypatch.setattr(ansible.module_utils.basic, "_ANSIBLE_ARGS", json.dumps(
             {"ANSIBLE_MODULE_ARGS": {**login, **arguments}}).encode())
         pytest.raises(SystemExit, main)
-        return json.loads(capsys.readouterr().out)
+        printed = capsys.readouterr().out
+        assert "module_args" in printed and recorder.password not in printed
+        return json.loads(printed)
     return run
 
 
