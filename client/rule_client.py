@@ -114,11 +114,11 @@ def read_entry(entry):
         actions = list(_member(document, "ActionProfiles").values())
         event_id = int(profile["EventID"])
         rule = Rule(event_id, int(source[28:32]), int(source[32:], 16) if event_id == ALARM_EVENT else None,
-                    int(actions[0][28:32], 16) if actions else None, name,
-                    _member(document, "TimeProfile") or "")
+                    int(actions[0][28:32], 16) if actions else None, name, document.get("TimeProfile") or "")
         # A recorder need not list what an action does.
         acts = [_member(action, "content", "action_profile") for action in _member(entry, "action")]
-        if (max(len(actions), len(acts)) > 1 or make_rule(**dict(zip(COLUMNS, rule.cells()))) != rule
+        if (not guid or max(len(actions), len(acts)) > 1
+                or make_rule(**dict(zip(COLUMNS, rule.cells()))) != rule
                 or any(_member(act, "ActionName") not in ({}, RECORDING)
                        or len(_member(act, "TargetIds")) > 1 for act in acts)):
             rule = None

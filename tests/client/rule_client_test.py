@@ -146,6 +146,7 @@ def cut(listed, *path, value):
 SOURCES = ("event", 0, "content", "event_profile", "SourceIds")
 FOREIGN = [
     {}, [], "text", None, {"event": [], "content": None}, {"GUID": [], "name": {}},
+    cut(entry(RULE), "GUID", value=[GUID]),
     entry(RULE, action="Siren"), cut(entry(RULE), "event", value=entry(RULE)["event"] * 2),
     cut(entry(RULE), *SOURCES, value={"id0": GUID, "id1": GUID}), cut(entry(RULE), *SOURCES, value="text"),
     cut(entry(RULE), *SOURCES[:-1], "EventID", value=1e999), cut(entry(RULE), "name", value=["a"]),
