@@ -268,8 +268,8 @@ WANTED = {Rule(536936448, 3, record=5, name="new"), OLD[1], OLD[2], Rule(5369364
 
 
 @pytest.mark.parametrize("delete_others", [[], ["--delete-others"]], ids=["", "deleting"])
-@pytest.mark.parametrize("fault, when", [
-    (fault, when) for fault in (Killed, KeyboardInterrupt, ConnectionResetError) for when in ("before", "after")])
+@pytest.mark.parametrize("when", ["before", "after"])
+@pytest.mark.parametrize("fault", [Killed, KeyboardInterrupt, ConnectionResetError])
 def test_an_interrupted_command_loses_no_rule(fault, when, delete_others, command, model, monkeypatch):
     monkeypatch.setattr(rule_client, "CLASH_LIMIT", 1)
     wanted = WANTED if delete_others else WANTED | {OLD[3]}
@@ -556,7 +556,8 @@ def test_lists_that_are_not_json(text):
 
 
 def test_on_the_host_recorder(command, recorder, tmp_path, monkeypatch):
-    (tmp_path / ".netrc").write_text("machine 127.0.0.1 login {0.user} password {0.password}".format(recorder))
+    login = "machine 127.0.0.1 login {0.user} password {0.password}".format(recorder)
+    (tmp_path / ".netrc").write_text(login)
     monkeypatch.setenv("RULE_URL", recorder.url)
     add = ("add", "0x20020000", "3", "--alarm", "1", "--record", "5", "--name", "bell", "--schedule", NIGHT)
     assert command(*add) == (0, "added\n", "")
