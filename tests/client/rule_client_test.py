@@ -177,6 +177,11 @@ class Killed(BaseException):
     """Stands for the end of the process: nothing more is sent."""
 
 
+# The faults after which nothing is answered until the next run, and what is said then.
+TOLD = {Killed: "after an interrupted run: put back event 536936448 on channel 3 records channel 4, 'old'\n",
+        ConnectionRefusedError: "deleted until the next run: 536936448,3,,RecordControl,4,old,\n"}
+
+
 class Model:
     """A recorder in memory, which can interrupt its client at a request."""
 
@@ -196,7 +201,7 @@ class Model:
         due = len(self.requests) == self.at
         self.requests.append((method, body))
         if self.dead:
-            raise Killed
+            raise self.fault
         if due and self.when == "before":
             self.fail()
         reply = self.reply(method, json.loads(body or "0"))
@@ -205,7 +210,7 @@ class Model:
         return reply
 
     def fail(self):
-        self.dead = self.fault is Killed
+        self.dead = self.fault in TOLD
         raise self.fault
 
     def reply(self, method, document):
@@ -269,15 +274,17 @@ WANTED = {Rule(536936448, 3, record=5, name="new"), OLD[1], OLD[2], Rule(5369364
 
 @pytest.mark.parametrize("delete_others", [[], ["--delete-others"]], ids=["", "deleting"])
 @pytest.mark.parametrize("when", ["before", "after"])
-@pytest.mark.parametrize("fault", [Killed, KeyboardInterrupt, ConnectionResetError])
+@pytest.mark.parametrize("fault", [*TOLD, KeyboardInterrupt, ConnectionResetError])
 def test_an_interrupted_command_loses_no_rule(fault, when, delete_others, command, model, monkeypatch):
     monkeypatch.setattr(rule_client, "CLASH_LIMIT", 1)
     wanted = WANTED if delete_others else WANTED | {OLD[3]}
+    told = ""
     for at in itertools.count():
         recorder = model(*OLD)
         recorder.fault, recorder.when, recorder.at = fault, when, at
         try:
             status, _, errors = command("apply", "rules.csv", *delete_others, rules=LIST)
+            told += errors
             if fault is KeyboardInterrupt and len(recorder.requests) > at:
                 assert status == 130
         except Killed:
@@ -286,12 +293,13 @@ def test_an_interrupted_command_loses_no_rule(fault, when, delete_others, comman
             break
         recorder.dead, recorder.at = False, None
         status, _, errors = command("apply", "rules.csv", *delete_others, rules=LIST)
+        told += errors
         assert set(recorder.rules.values()) == wanted and len(recorder.rules) == len(wanted), at
         assert status == 1 and "'unstorable': Error add rule multicall reply fail (-221); put back" in errors
-    assert at > 12
+    assert at > 12 and TOLD.get(fault, "") in told and "lost" not in told
 
 
-def test_a_rule_that_cannot_be_put_back_is_named(command, model):
+def test_a_rule_that_cannot_be_put_back_is_named(command, model, tmp_path):
     """While its replacement is refused, the recorder loses the camera of the old rule's recording."""
     recorder = model(*OLD)
     reply = recorder.reply
@@ -306,6 +314,8 @@ def test_a_rule_that_cannot_be_put_back_is_named(command, model):
     assert (status, output) == (1, "kept 1, added 1, replaced 1, deleted 0, refused 1\n")
     assert "lost, because it is refused (Error recording act ch-4 GUID is NULL (-211)): " \
         "536936448,4,,,,also old," in errors
+    assert [path.name for path in (tmp_path / ".local/state/rule_client").iterdir()] == \
+        ["http%3A%2F%2Frecorder%2Frule.csv"]
 
 
 @pytest.mark.parametrize("name", ["old", "twin"])
