@@ -296,6 +296,7 @@ def test_an_interrupted_command_loses_no_rule(fault, when, delete_others, comman
         told += errors
         assert set(recorder.rules.values()) == wanted and len(recorder.rules) == len(wanted), at
         assert status == 1 and "'unstorable': Error add rule multicall reply fail (-221); put back" in errors
+        assert not rule_client.Applier(RuleClient("http://recorder/rule")).missing()
     assert at > 12 and TOLD.get(fault, "") in told and "lost" not in told
 
 
@@ -426,6 +427,9 @@ def test_there_and_back(command, model):
     del recorder.reply, recorder.rules[f"{3:032}"]
     assert command("apply", "out.csv", "--delete-others")[1].startswith("kept 2, added 0")
     assert [method for method, _ in recorder.requests[-1:]] == ["GET"]
+    command.on_terminal = True
+    assert '4,,RecordControl,0,"a??b, ""c"" ?[2J",' in command("export", "-")[1]
+    assert command("apply", "out.csv")[2] == "\r\033[K1 of 2\r\033[K2 of 2\r\033[K"
 
 
 def test_deleting(command, model):
