@@ -13,7 +13,7 @@ import threading
 import pytest
 
 import rule_client
-from rule_client import (ALARM_EVENT, CLASH_LIMIT, Answer, NoAnswer, Refused, Rule, RuleClient, main,
+from rule_client import (ALARM_EVENT, Answer, NoAnswer, Refused, Rule, RuleClient, main,
                          read_entry)
 
 RULE = Rule(ALARM_EVENT, 3, alarm=16, record=10)
@@ -75,8 +75,8 @@ HERE = listing(entry(RULE))
 
 
 @pytest.mark.parametrize("rule, answers, outcome, slept", [
-    (RULE, [CLASH] * CLASH_LIMIT + [ADDED], True, []),
-    (RULE, [CLASH] * (CLASH_LIMIT + 1), Refused, []),
+    (RULE, [CLASH] * 50 + [ADDED], True, []),
+    (RULE, [CLASH] * 51, Refused, []),
     (RULE, [CLASH, DUPLICATE, HERE], True, []),
     (RULE, [LOST, HERE], True, []),
     (RULE, [LOST, listing()] * 5, NoAnswer, [1, 2, 4, 8]),
@@ -330,25 +330,24 @@ def test_two_rules_in_one_place(name, command, model):
     assert list(recorder.rules.values()) == [OLD[0]]
 
 
-def test_two_clients_at_once(command, model):
-    """The other one creates the same rule at the same moment, and then deletes one that was added."""
-    recorder = model(OLD[3])
+@pytest.mark.parametrize("other", [lambda recorder: recorder.insert(RULE),
+                                   lambda recorder: recorder.rules.clear()], ids=["creates", "deletes"])
+def test_two_clients_at_once(other, command, model):
+    """The other one creates the same rule at the same moment, or deletes it."""
+    recorder = model()
     reply = recorder.reply
 
     def interfere(method, document):
         answered = reply(method, document)
         if method == "POST":
             recorder.reply = reply
-            recorder.insert(RULE)
-            del recorder.rules[min(recorder.rules)]
+            other(recorder)
         return answered
 
     recorder.reply = interfere
-    rules = "537001984,3,16,10,,\n536936448,6,,,other,\n"
-    assert command("apply", "rules.csv", rules=rules)[1] == \
-        "kept 1, added 1, replaced 0, deleted 0, refused 0\n"
-    assert list(recorder.rules.values()) == [RULE]  # of two, one stays; what was kept is not looked at again
-    assert command("apply", "rules.csv", rules=rules)[1].startswith("kept 1, added 1")
+    assert command("apply", "rules.csv", rules="537001984,3,16,10,,\n") == \
+        (0, "kept 0, added 1, replaced 0, deleted 0, refused 0\n", "")
+    assert list(recorder.rules.values()) == [RULE]
 
 
 HEAD = "event,channel,alarm,record,name,schedule\n"
@@ -402,9 +401,11 @@ added    rules.csv:5: event 536936448 on channel 7, 'clientRule', schedule 5C4ED
 refused  rules.csv:6: event 536936448 on channel 9, 'clientRule': Error ch-9 GUID is NULL (-200)
 kept 1, added 1, replaced 2, deleted 1, refused 1
 """, "")
+    missing = f"536936448,3,,,,{GUID}\n"
+    assert command("apply", "rules.csv", "--dry-run", rules=missing)[1].startswith("refused  rules.csv:2: ")
     assert recorder.rules == before
     # A rule that would be refused keeps the one in its place.
-    status, _, errors = command("apply", "rules.csv", rules=f"536936448,3,,,,{GUID}\n")
+    status, _, errors = command("apply", "rules.csv", rules=missing)
     assert status == 1 and recorder.rules == before
     assert errors == ("rules.csv:2: event 536936448 on channel 3, 'clientRule', schedule " + GUID + ": Error "
                       f"check time profile [{GUID}] fail ret=-104 (-104); the rule that was there stays\n")
@@ -450,13 +451,15 @@ def test_deleting(command, model):
     ([], {"RULE_USER": "ann", "RULE_PASSWORD": "y"}, "", ("ann", "y")),
     ([], {}, "ann c", ("ann", "c")),
     ([], {}, "", (None, "")),
+    ([], {}, "ann c elsewhere", (None, "")),
 ])
 def test_credentials(arguments, variables, netrc, used, tmp_path, monkeypatch):
     monkeypatch.setattr("os.environ", {"HOME": str(tmp_path), **variables})
     monkeypatch.setattr("sys.stdin.isatty", lambda: True)
     monkeypatch.setattr("getpass.getpass", lambda prompt: "typed" if prompt == "Password of bob: " else "")
     if netrc:
-        (tmp_path / ".netrc").write_text("machine recorder login {} password {}".format(*netrc.split()))
+        user, password, host = (netrc + " recorder").split()[:3]
+        (tmp_path / ".netrc").write_text(f"machine {host} login {user} password {password}")
         (tmp_path / ".netrc").chmod(0o600)
     with pytest.raises(SystemExit):
         rule_client.parse_arguments(["list"])
