@@ -100,10 +100,12 @@ def apply(module, client):
     if params["delete_others"] and not lines and not params["force"]:
         raise ValueError("the list has no rules, so all would be deleted; force does that")
     applier = Applier(client, module.check_mode)
-    before = [entry.rule for entry in quick_rules(client.list())]
-    for text in applier.put_back():
-        module.warn(f"after an interrupted run: {text}")
     entries = client.list()
+    before = [entry.rule for entry in quick_rules(entries)]
+    if texts := applier.put_back():
+        entries = client.list()
+    for text in texts:
+        module.warn(f"after an interrupted run: {text}")
     after = [entry.rule for entry in quick_rules(entries)]
     outcomes = dict.fromkeys(("kept", "added", "replaced", "deleted", "refused"), 0)
     refused = []
