@@ -30,8 +30,10 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/rule_operation.spdx"
         DESTINATION "${RULE_DATA_DIR}" COMPONENT program OPTIONAL)
 
 # The host recorder, when it is the platform of this build.
-if(TARGET config_service)
-    install(TARGETS config_service RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
+if(RULE_HOST_RECORDER)
+    install(FILES host/recorder/config_service.py host/recorder/rule_database.py
+                  host/recorder/rule_nodes.py
+            DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
     install(FILES host/web_server/lighttpd.conf host/web_server/rule_endpoint.conf
                   host/recorder/cameras.txt
             DESTINATION "${RULE_DATA_DIR}/host" COMPONENT host)

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/common/base64.h"
+#include "host/platform/base64.h"
 #include "host/platform/recorder_files.h"
 #include "platform/cgi_support.h"
 #include "platform/rule_log.h"

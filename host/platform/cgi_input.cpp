@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "host/common/query.h"
+#include "host/platform/query.h"
 
 struct tagINPUT {
     std::vector<host::QueryParameter> texts;

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/common/config_service.h"
-#include "host/common/query.h"
+#include "host/platform/query.h"
 #include "host/platform/result_codes.h"
+#include "host/platform/rule_list.h"
 #include "platform/rule_log.h"
 
 namespace host
@@ -29,7 +29,8 @@ using Request = http::request<http::string_body>;
 using ReplyParser = http::response_parser<http::string_body>;
 
 constexpr std::uint64_t BODY_LIMIT = 64ULL * 1024;
-constexpr std::uint64_t RULE_LIST_LIMIT = 32ULL * 1024 * 1024;  // 4,800 rules with long names
+// 4,800 rules, with the longest names of characters that take six bytes each.
+constexpr std::uint64_t RULE_LIST_LIMIT = 128ULL * 1024 * 1024;
 constexpr std::uint32_t HEADER_LIMIT = 16 * 1024;
 
 // A connection whose operations together take no longer than its time limit. An operation that is
@@ -168,7 +169,7 @@ Failure exchange(const tcp::endpoint& service, const Request& request, std::chro
     if (const auto error = connection.write(request)) {
         return exchange_failure(error);
     }
-    const bool lists_rules = request.method() == http::verb::get && request.target() == RULE_PATH;
+    const bool lists_rules = request.target() == RULE_LIST_PATH;
     return read_reply(connection, lists_rules ? RULE_LIST_LIMIT : BODY_LIMIT, reply);
 }
 

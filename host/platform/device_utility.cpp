@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string_view>
 
-#include "host/common/base64.h"
+#include "host/platform/base64.h"
 
 int b64_encode_v2(const unsigned char* data, size_t length, std::string& encoded)
 {

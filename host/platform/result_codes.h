@@ -18,9 +18,7 @@ constexpr int BAD_CAMERA_LIST = -1102;
 
 // The rule library.
 constexpr int RULES_NOT_FETCHED = -1201;
-constexpr int RULES_NOT_READABLE = -1202;
-constexpr int RULES_REFUSED = -1203;  // the service answered with an error code
-constexpr int RULE_LIST_TOO_LARGE = -1204;
+constexpr int RULES_REFUSED = -1203;        // the service did not answer with a list
 constexpr int RULE_LIST_NOT_BUILT = -1205;  // out of memory
 
 }  // namespace host

@@ -21,6 +21,7 @@ from recorder_files import (PROJECT, USER, RecorderError, lock_machine, make_scr
 from rule_client import Rule, RuleClient
 
 SERVICE_URL = "http://127.0.0.1:10141"
+SERVICE_COMMAND = (PROJECT / "scripts/lib/python", PROJECT / "host/recorder/config_service.py")
 BUILT_PROGRAMS = PROJECT / "build/dev/bin"
 
 
@@ -65,8 +66,8 @@ class Recorder:
         with log.open("ab") as output:
             start = output.tell()
             self.service = self.start_process(
-                *prefix, self.program.with_name("config_service"),
-                "--database", self.state / "rules.db", stdout=output, stderr=output)
+                *prefix, *SERVICE_COMMAND, "--database", self.state / "rules.db",
+                stdout=output, stderr=output)
         self._wait_for(self.service, lambda: b" listening" in log.read_bytes()[start:],
                        "the configuration service does not start:", log, start)
 
@@ -87,9 +88,13 @@ class Recorder:
         return web, f"http://127.0.0.1:{port}/rule"
 
     def start_process(self, *command, **options):
-        """Starts a process that ends with the recorder, and with this process when it is killed."""
-        process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command],
-                                   stdin=subprocess.DEVNULL, start_new_session=True, **options)
+        """Starts a process that ends with the recorder, and with this process when it is killed. If
+        this process is killed before the new one has asked for a signal of that, it has got another
+        parent when it looks."""
+        waits_for_parent = ["setpriv", "--pdeathsig", "TERM",
+                            "sh", "-c", 'test "$PPID" = "$0" && exec "$@"', str(os.getpid())]
+        process = subprocess.Popen([*waits_for_parent, *command], stdin=subprocess.DEVNULL,
+                                   start_new_session=True, **options)
         self._cleanup.callback(stop, process)
         return process
 

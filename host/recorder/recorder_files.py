@@ -1,6 +1,7 @@
 """The files of a host recorder, protected from other users of the machine: the lock that allows only one
 recorder, the directory, and the files that exist before the recorder starts."""
 
+import contextlib
 import fcntl
 import os
 import pathlib
@@ -14,7 +15,13 @@ import tempfile
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 LOCK = "/tmp/rule-recorder.lock"
 SCRATCH_PREFIX = "rule-recorder-state."
+SCRATCH_MARK = "scratch"  # the file in such a directory that says its name
 USER = "admin"
+PASSWORD_LIMIT = 511  # bytes, that of crypt(3)
+LOG_LIMIT = 8 * 1024 * 1024
+# What the recorder opens in its directory.
+FILES = ("password", "users", "cameras.txt", "rules.db", "rules.db-wal", "rules.db-shm", "rule.log",
+         "config_service.log", "web_server.log", "rule_errors.log")
 
 
 class RecorderError(Exception):
@@ -46,17 +53,25 @@ def lock_machine():
 
 def make_scratch_directory():
     """Creates a directory that its caller removes, and removes those of killed recorders: whoever
-    has the lock runs the only one."""
+    has the lock runs the only one. A copy of such a directory has another name and stays."""
     for path in pathlib.Path(tempfile.gettempdir()).glob(SCRATCH_PREFIX + "*/"):
-        if path.lstat().st_uid == os.geteuid() and not path.is_symlink():
-            shutil.rmtree(path, ignore_errors=True)
-    return pathlib.Path(tempfile.mkdtemp(prefix=SCRATCH_PREFIX))
+        with contextlib.suppress(OSError, UnicodeDecodeError):
+            if (path.lstat().st_uid == os.geteuid() and not path.is_symlink() and
+                    (path / SCRATCH_MARK).read_text() == path.name):
+                shutil.rmtree(path, ignore_errors=True)
+    path = pathlib.Path(tempfile.mkdtemp(prefix=SCRATCH_PREFIX))
+    write_file(path / SCRATCH_MARK, path.name)
+    return path
 
 
 def prepare(state):
     """Creates the missing files in the directory `state`; returns the password."""
     try:
         make_private_directory(state)
+        for name in FILES:
+            if (state / name).exists() and not (state / name).is_file():
+                raise RecorderError(f"{state / name}: not a regular file")
+        put_log_aside(state / "rule.log")
         (state / "www").mkdir(exist_ok=True)
         reference = state / "www/reference"
         reference.unlink(missing_ok=True)
@@ -73,7 +88,8 @@ def prepare(state):
 
 
 def make_private_directory(path):
-    """Creates the directory if it is missing. Others must not be able to change its contents."""
+    """Creates the directory if it is missing. Others must be able neither to change its contents nor to
+    put another one in its place."""
     for part in (path, *path.parents):
         if part.is_symlink() and part.lstat().st_uid not in (0, os.geteuid()):
             raise RecorderError(f"{part} is a symbolic link of another user")
@@ -81,23 +97,41 @@ def make_private_directory(path):
     status = path.stat()
     if status.st_uid != os.geteuid() or status.st_mode & (stat.S_IWGRP | stat.S_IWOTH):
         raise RecorderError(f"{path}: other users can write there")
+    for parent in {*path.parents, *path.resolve().parents}:
+        status = parent.stat()
+        is_shared = status.st_mode & (stat.S_IWGRP | stat.S_IWOTH) and not status.st_mode & stat.S_ISVTX
+        if status.st_uid not in (0, os.geteuid()) or is_shared:
+            raise RecorderError(f"{path}: other users can rename it in {parent}")
 
 
 def write_file(path, text):
-    """Writes the file as a whole or not at all; only its owner can read it."""
+    """Writes the file as a whole or not at all, and to the disk; only its owner can read it."""
     new = path.with_name(path.name + ".new")
     with open(os.open(new, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w") as file:
         file.write(text)
+        file.flush()
+        os.fsync(file.fileno())
     new.replace(path)
+    directory = os.open(path.parent, os.O_RDONLY)
+    os.fsync(directory)
+    os.close(directory)
+
+
+def put_log_aside(log):
+    if log.exists() and log.stat().st_size > LOG_LIMIT:
+        log.replace(log.with_name(log.name + ".1"))
 
 
 def read_or_make_password(path):
     if not path.exists():
         write_file(path, secrets.token_hex(12) + "\n")
-    password = path.read_text().rstrip("\n")
-    if not password or "\n" in password:
-        raise RecorderError(f"{path} must hold one line with the password; without the file"
-                            " the recorder makes one")
+    try:
+        password = path.read_text(encoding="utf-8").rstrip("\n")
+    except UnicodeDecodeError:
+        password = ""
+    if not 0 < len(password.encode()) <= PASSWORD_LIMIT or "\n" in password or "\0" in password:
+        raise RecorderError(f"{path} must hold one line with the password, of at most {PASSWORD_LIMIT}"
+                            " bytes of UTF-8; without the file the recorder makes one")
     return password
 
 

@@ -53,6 +53,7 @@ def main():
     arguments = read_arguments()
     with Recorder(BUILT_PROGRAMS, arguments.state, arguments.port) as recorder:
         recorder.start()
+        end_on_signals(0)
         print(ADVICE.format(**vars(recorder)))
         if (PROJECT / "build/reference/index.html").exists():
             page = recorder.url.removesuffix("rule") + "reference/"
@@ -60,7 +61,6 @@ def main():
         else:
             print("The API reference is not built yet: run scripts/lib/build-reference")
         sys.stdout.flush()
-        end_on_signals(0)
         wait_for_the_end_of(recorder)
 
 

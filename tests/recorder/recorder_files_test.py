@@ -1,10 +1,31 @@
 """The recorder's files on a machine with other users."""
 
 import os
+import shutil
+import tempfile
 
 import pytest
 
-from recorder_files import RecorderError, lock_machine, prepare
+import recorder_files
+from recorder_files import RecorderError, lock_machine, make_scratch_directory, prepare
+
+
+@pytest.mark.parametrize("owner, mode, is_safe", [
+    (0, 0o770, False), (0, 0o707, False), (0, 0o1777, True), (65534, 0o755, False)])
+def test_directory_around_it(tmp_path, owner, mode, is_safe):
+    """It must not be one in which others can rename what is in it."""
+    around = tmp_path / "around"
+    around.mkdir()
+    around.chmod(mode)
+    if os.geteuid() == 0:
+        os.chown(around, owner, -1)
+    elif owner:
+        pytest.skip("only root can give a directory away")
+    if is_safe:
+        assert prepare(around / "state")
+    else:
+        with pytest.raises(RecorderError, match="other users can rename it in"):
+            prepare(around / "state")
 
 
 def test_directory_in_which_others_can_write_is_refused(tmp_path):
@@ -13,21 +34,53 @@ def test_directory_in_which_others_can_write_is_refused(tmp_path):
         prepare(tmp_path)
 
 
-@pytest.mark.parametrize("password", ["", "\n", "two\nlines\n"])
-def test_password_that_is_no_line_is_refused(tmp_path, password):
-    (tmp_path / "password").write_text(password)
-    with pytest.raises(RecorderError, match="must hold one line"):
+@pytest.mark.parametrize("name", ["password", "users", "cameras.txt", "rules.db", "rule.log",
+                                  "config_service.log", "web_server.log", "rule_errors.log"])
+@pytest.mark.parametrize("make", [os.mkfifo, os.mkdir])
+def test_what_is_no_file_is_refused(tmp_path, name, make):
+    make(tmp_path / name)
+    with pytest.raises(RecorderError, match=f"{name}: not a regular file$"):
         prepare(tmp_path)
 
 
-def test_password_is_kept(tmp_path):
+@pytest.mark.parametrize("password, is_line", [
+    (b"", False), (b"\n", False), (b"two\nlines\n", False), (b"\xff\n", False), (b"a\0b", False),
+    (511 * b"x", True), (512 * b"x", False), ("ä€".encode() + b"\n", True)])
+def test_password_of_a_file(tmp_path, password, is_line):
+    (tmp_path / "password").write_bytes(password)
+    if is_line:
+        assert prepare(tmp_path).encode() == password.rstrip(b"\n")
+    else:
+        with pytest.raises(RecorderError, match="must hold one line"):
+            prepare(tmp_path)
+
+
+def test_what_is_there_is_kept(tmp_path):
+    log = tmp_path / "rule.log"
     first = prepare(tmp_path)
+    (tmp_path / "cameras.txt").write_text("7\n")
+    log.write_text("")
+    os.truncate(log, 8 * 2**20)
     assert (first, 0o600) == (prepare(tmp_path), (tmp_path / "password").stat().st_mode & 0o777)
+    assert (tmp_path / "cameras.txt").read_text() == "7\n" and log.exists()
+    os.truncate(log, 8 * 2**20 + 1)
+    prepare(tmp_path)
+    assert (tmp_path / "rule.log.1").stat().st_size == 8 * 2**20 + 1 and not log.exists()
+
+
+def test_only_own_scratch_directories_are_removed(tmp_path, monkeypatch):
+    monkeypatch.setattr(tempfile, "tempdir", str(tmp_path))
+    first = make_scratch_directory()
+    copy = first.with_name("rule-recorder-state.saved")
+    shutil.copytree(first, copy)
+    first.with_name("rule-recorder-state.other").mkdir()
+    second = make_scratch_directory()
+    assert {*tmp_path.iterdir()} == {second, copy, first.with_name("rule-recorder-state.other")}
 
 
 @pytest.mark.parametrize("make", [os.mkfifo, os.mkdir, lambda path: os.symlink("elsewhere", path)])
 def test_lock_that_is_no_file_is_refused(tmp_path, monkeypatch, make):
     make(tmp_path / "lock")
-    monkeypatch.setattr("recorder_files.LOCK", tmp_path / "lock")
+    monkeypatch.setattr(recorder_files, "LOCK", tmp_path / "lock")
     with pytest.raises(RecorderError, match="cannot lock"):
         lock_machine()

@@ -1,4 +1,4 @@
-#include "host/common/base64.h"
+#include "host/platform/base64.h"
 
 #include <nettle/base64.h>
 

@@ -1,4 +1,4 @@
-#include "host/common/query.h"
+#include "host/platform/query.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,0 +1,61 @@
+"""scripts/recorder's program, as a user starts, ends and kills it."""
+
+import contextlib
+import os
+import pathlib
+import re
+import signal
+import subprocess
+
+import pytest
+
+from driver import PROJECT, RuleClient, is_open, wait_until
+
+# With the programs of the first argument in place of those of the usual build.
+PROGRAM = "import sys, serve; serve.BUILT_PROGRAMS = sys.argv.pop(1); serve.run_command(serve.main)"
+COMMAND = [PROJECT / "scripts/lib/python", "-c", PROGRAM]
+
+
+@contextlib.contextmanager
+def served(bin_dir, state):
+    """The process of a recorder and a client for it; the recorder has printed how to reach it."""
+    process = subprocess.Popen([*COMMAND, bin_dir, "--state", state], text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    with process:
+        printed = "".join(iter(process.stdout.readline, "  account=$RULE_USER:$RULE_PASSWORD\n"))
+        variables = re.search(r"RULE_URL=(\S+) RULE_USER=(\S+) RULE_PASSWORD=(\S+)\n", printed)
+        yield process, RuleClient(*variables.groups())
+        process.kill()
+
+
+def has_ended(client):
+    return not is_open(10141) and not is_open(int(re.search(r":(\d+)/", client.url)[1]))
+
+
+@pytest.mark.parametrize("number, status", [
+    (signal.SIGTERM, 0), (signal.SIGINT, 0), (signal.SIGHUP, 0), (signal.SIGKILL, -9)])
+def test_ends_with_all_that_it_has_started(bin_dir, tmp_path, number, status):
+    with served(bin_dir, tmp_path) as (process, client):
+        assert client.list() == []
+        process.send_signal(number)
+        assert (process.wait(60), process.stderr.read()) == (status, "")
+        assert wait_until(lambda: has_ended(client))
+
+
+@pytest.mark.parametrize("position, text", [
+    (0, "the configuration service has ended (exit status -9):\n"),
+    (1, "the web server has ended (exit status -9):\n")])
+def test_ends_when_one_of_its_processes_has_ended(bin_dir, tmp_path, position, text):
+    with served(bin_dir, tmp_path) as (process, client):
+        children = pathlib.Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text()
+        os.kill(int(children.split()[position]), signal.SIGKILL)
+        assert process.wait(60) == 1 and process.stderr.read().startswith(text)
+        assert wait_until(lambda: has_ended(client))
+
+
+@pytest.mark.parametrize("arguments, text", [
+    (["--port", "0"], "not a port number: 0"), (["--port", "65536"], "not a port number: 65536"),
+    (["--port", "10141", "--state", "/proc/none"], "no recorder can be kept in /proc/none")])
+def test_what_it_does_not_start_with(bin_dir, arguments, text):
+    done = subprocess.run([*COMMAND, bin_dir, *arguments], capture_output=True, text=True, timeout=60)
+    assert done.returncode in (1, 2) and text in done.stderr and "Traceback" not in done.stderr
