@@ -35,24 +35,6 @@ class FileDescriptor
     int descriptor_;
 };
 
-// Reads until `text` is full.
-bool fill(std::string& text, const FileDescriptor& file, std::string& error)
-{
-    size_t filled = 0;
-    while (filled < text.size()) {
-        const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            error = count < 0 ? std::generic_category().message(errno) : "it ends too early";
-            return false;
-        }
-        filled += static_cast<size_t>(count);
-    }
-    return true;
-}
-
 std::optional<std::string> read_file(const std::string& path, std::string& error)
 {
     // Without O_NONBLOCK the opening of a pipe would wait for its writer.
@@ -67,7 +49,15 @@ std::optional<std::string> read_file(const std::string& path, std::string& error
         return std::nullopt;
     }
     std::string text(static_cast<size_t>(status.st_size), '\0');
-    return fill(text, file, error) ? std::optional(std::move(text)) : std::nullopt;
+    for (size_t filled = 0; filled < text.size();) {
+        const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
+        if (count <= 0) {
+            error = count < 0 ? std::generic_category().message(errno) : "it ends too early";
+            return std::nullopt;
+        }
+        filled += static_cast<size_t>(count);
+    }
+    return text;
 }
 
 }  // namespace

@@ -30,30 +30,22 @@ void release_text(json_object* /*list*/, void* text)
     std::unique_ptr<std::string>(static_cast<std::string*>(text)).reset();
 }
 
-int fetch_rules(std::string& text)
+// The list is an object that json-c prints as the service's text, which therefore is not parsed.
+int make_rule_list(json_object** out)
 {
     constexpr long TIME_LIMIT = 15;
+    constexpr std::string_view START = R"({"ruleList": [)";
+    auto text = std::make_unique<std::string>();
     query_object query;
-    const long result = rova_GET_request("127.0.0.1", 10141, RULE_LIST_PATH, &query, text,
+    const long result = rova_GET_request("127.0.0.1", 10141, RULE_LIST_PATH, &query, *text,
                                          TIME_LIMIT, false, false, 0, nullptr);
     if (result != 0) {
         rule_log("Rule list: the call failed with %ld", result);
         return RULES_NOT_FETCHED;
     }
-    constexpr std::string_view START = R"({"ruleList": [)";
-    if (text.compare(0, START.size(), START) != 0) {
-        rule_log("Rule list: the service answered [%s]", text.c_str());
+    if (text->compare(0, START.size(), START) != 0) {
+        rule_log("Rule list: the service answered [%s]", text->c_str());
         return RULES_REFUSED;
-    }
-    return 0;
-}
-
-// The list is an object that json-c prints as the service's text, which therefore is not parsed.
-int make_rule_list(json_object** out)
-{
-    auto text = std::make_unique<std::string>();
-    if (const int result = fetch_rules(*text); result != 0) {
-        return result;
     }
     json_object* const list = json_object_new_object();
     if (list == nullptr) {

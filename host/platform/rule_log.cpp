@@ -22,7 +22,7 @@ namespace
 
 namespace utf = boost::locale::utf;
 
-constexpr size_t MESSAGE_LIMIT = 32 * 1024;
+constexpr size_t MESSAGE_LIMIT = 32UL * 1024;
 
 // The log file, or standard error.
 int open_log()
@@ -48,10 +48,9 @@ std::string line_start()
     ::clock_gettime(CLOCK_REALTIME, &now);
     std::tm utc{};
     ::gmtime_r(&now.tv_sec, &utc);
-    char date[32];
-    (void)std::strftime(date, sizeof date, "%FT%T", &utc);
     char text[96];
-    (void)std::snprintf(text, sizeof text, "%s.%06ldZ [%d] ", date, now.tv_nsec / 1000,
+    const size_t end = std::strftime(text, sizeof text, "%FT%T", &utc);
+    (void)std::snprintf(text + end, sizeof text - end, ".%06ldZ [%d] ", now.tv_nsec / 1000,
                         static_cast<int>(::getpid()));
     return text;
 }
@@ -60,13 +59,13 @@ std::string line_start()
 void append_escaped(std::string& line, std::string_view bytes)
 {
     constexpr std::string_view NAMED = "\n\r\t\\";
-    constexpr std::string_view LETTERS = "nrt\\";
     for (const char byte : bytes) {
         const size_t name = NAMED.find(byte);
-        char digits[8];
-        (void)std::snprintf(digits, sizeof digits, "x%02x", static_cast<unsigned char>(byte));
-        line += '\\';
-        line += name == std::string_view::npos ? digits : std::string(1, LETTERS[name]);
+        char text[8] = {'\\', "nrt\\?"[std::min(name, NAMED.size())]};
+        if (name == std::string_view::npos) {
+            (void)std::snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned char>(byte));
+        }
+        line += text;
     }
 }
 
@@ -99,7 +98,8 @@ void append_message(std::string& line, std::string_view message)
 std::string compose_line(const char* format, va_list arguments)
 {
     std::string message(MESSAGE_LIMIT, '\0');
-    const int length = std::max(0, std::vsnprintf(message.data(), MESSAGE_LIMIT + 1, format, arguments));
+    const int length =
+        std::max(0, std::vsnprintf(message.data(), MESSAGE_LIMIT + 1, format, arguments));
     const bool is_cut = static_cast<size_t>(length) > MESSAGE_LIMIT;
     message.resize(is_cut ? MESSAGE_LIMIT : static_cast<size_t>(length));
     if (!message.empty() && message.back() == '\n') {
@@ -132,8 +132,7 @@ void rule_log(const char* format, ...)
     try {
         host::write_line(host::compose_line(format, arguments));
     } catch (const std::exception&) {
-        constexpr std::string_view LOST = "A log message was lost: out of memory\n";
-        [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, LOST.data(), LOST.size());
+        std::fputs("A log message was lost: out of memory\n", stderr);
     }
     va_end(arguments);
 }

@@ -33,27 +33,19 @@ SETTINGS = {
 }
 
 
-def success(content=None):
-    reply = {"err_code": 0, "err_str": ""}
-    return to_json(reply if content is None else {**reply, "content": content})
+def success(**content):
+    return json.dumps({"err_code": 0, "err_str": "", **content}, ensure_ascii=False)
 
 
 def error(code, text):
-    return to_json({"err_code": code - 2**32, "err_str": text})
-
-
-def to_json(document):
-    return json.dumps(document, ensure_ascii=False)
-
-
-def list_nodes(database, _):
-    return success([as_rule_node(node) for node in database.nodes()])
+    return json.dumps({"err_code": code - 2**32, "err_str": text}, ensure_ascii=False)
 
 
 def as_rule_node(node):
     """The node in the form in which a multicall gives it."""
     members = {"name": node.name, "isGroup": False, "description": node.description,
-               "GUID": node.guid, "type": node.type, "active": node.active, "content": node.content}
+               "GUID": node.guid, "type": node.type, "active": bool(node.active),
+               "content": node.content}
     return members if node.event_id is None else {**members, "EventID": node.event_id}
 
 
@@ -71,8 +63,9 @@ def delete_rule(database, request):
 
 
 OPERATIONS = {
-    "/cfg/Schedule": {"GET": lambda database, _: success(database.schedules())},
-    "/cfg/Rule": {"GET": list_nodes, "DELETE": delete_rule},
+    "/cfg/Schedule": {"GET": lambda database, _: success(content=database.schedules())},
+    "/cfg/Rule": {"GET": lambda database, _: success(content=[*map(as_rule_node, database.nodes())]),
+                  "DELETE": delete_rule},
     "/cfg/multicalls": {"POST": create_nodes},
     "/host/ruleList": {"GET": lambda database, _: database.rule_list()},
 }

@@ -71,7 +71,8 @@ def prepare(state):
         for name in FILES:
             if (state / name).exists() and not (state / name).is_file():
                 raise RecorderError(f"{state / name}: not a regular file")
-        put_log_aside(state / "rule.log")
+        if (state / "rule.log").exists() and (state / "rule.log").stat().st_size > LOG_LIMIT:
+            (state / "rule.log").replace(state / "rule.log.1")
         (state / "www").mkdir(exist_ok=True)
         reference = state / "www/reference"
         reference.unlink(missing_ok=True)
@@ -115,11 +116,6 @@ def write_file(path, text):
     directory = os.open(path.parent, os.O_RDONLY)
     os.fsync(directory)
     os.close(directory)
-
-
-def put_log_aside(log):
-    if log.exists() and log.stat().st_size > LOG_LIMIT:
-        log.replace(log.with_name(log.name + ".1"))
 
 
 def read_or_make_password(path):

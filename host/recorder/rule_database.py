@@ -31,10 +31,10 @@ COLUMNS = "name, description, guid, type, active, content, event_id"
 
 
 class RuleDatabase:
-    """A connection to the database. GUIDs are compared case-insensitively. Each operation raises
-    sqlite3.Error when the database fails, and then has changed nothing. What an operation has changed
-    or shown survives a crash and a power failure, provided that nobody calls one during another. A
-    crash right after a failed write can still leave the whole change."""
+    """A connection to the database, for one operation at a time. GUIDs are compared case-insensitively.
+    Each operation raises sqlite3.Error when the database fails, and then has changed nothing. What an
+    operation has changed or shown survives a crash and a power failure. A crash right after a failed
+    write can still leave the whole change."""
 
     def __init__(self, file):
         """Opens the file, sets up a new one with a few schedules, and converts one of 1.0.0, of which a
@@ -61,7 +61,7 @@ class RuleDatabase:
             self._run(ADDED_IN_2)
             for identity, *columns in self._run(f"SELECT id, {COLUMNS} FROM node"
                                                 " ORDER BY type = 0").fetchall():
-                node = as_node(columns)
+                node = Node(*columns)
                 content = read_content(node)
                 entry = compose_entry(node, content, self._profiles(content))
                 self._run("UPDATE node SET entry = ? WHERE id = ?", entry, identity)
@@ -88,7 +88,7 @@ class RuleDatabase:
 
     def nodes(self):
         """All nodes in the order of their creation."""
-        return [as_node(row) for row in self._run(f"SELECT {COLUMNS} FROM node ORDER BY id")]
+        return [Node(*row) for row in self._run(f"SELECT {COLUMNS} FROM node ORDER BY id")]
 
     def rule_list(self):
         """The rule list as JSON text."""
@@ -155,11 +155,6 @@ class RuleDatabase:
     def _value(self, statement, *parameters):
         """The first value of the first row, or None."""
         return (self._run(statement, *parameters).fetchone() or (None,))[0]
-
-
-def as_node(columns):
-    node = Node(*columns)
-    return node._replace(type=Type(node.type), active=bool(node.active))
 
 
 def compose_entry(node, content, profiles):

@@ -1,4 +1,5 @@
-"""The objects that the configuration service stores: reads those of a multicall and checks each as a whole."""
+"""The objects that the configuration service stores: reads those of a multicall and checks each as a
+whole."""
 
 import binascii
 import contextlib
@@ -50,7 +51,7 @@ class Node(NamedTuple):
     name: str
     description: str
     guid: str
-    type: Type
+    type: int  # a Type
     active: bool
     content: str  # an XML document in base64
     event_id: int | None  # of an event profile
@@ -88,16 +89,10 @@ def read_multicall(body):
 
 
 def read_json(body):
-    def refuse_constant(name):
-        raise ValueError(f"{name} is not JSON")
-
     try:
         # Bytes that are not UTF-8 are refused where they matter, as a part of a text.
-        return json.loads(body.decode(errors="surrogateescape"), parse_constant=refuse_constant)
-    except RecursionError as error:
-        raise Refusal(Code.BAD_DOCUMENT,
-                      "the body is not a JSON document: it is nested too deeply") from error
-    except ValueError as error:
+        return json.loads(body.decode(errors="surrogateescape"))
+    except (ValueError, RecursionError) as error:
         raise Refusal(Code.BAD_DOCUMENT, f"the body is not a JSON document: {error}") from error
 
 
@@ -116,7 +111,7 @@ def read_call(call):
     if need_member(node, "isGroup", bool):
         raise Refusal(Code.BAD_CALL, "isGroup is true, but there are no groups of rules")
     event_id = need_number(node, "EventID") if type_number == Type.EVENT_PROFILE else None
-    return Node(name, need_text(node, "description"), guid, Type(type_number),
+    return Node(name, need_text(node, "description"), guid, type_number,
                 need_member(node, "active", bool), need_text(node, "content"), event_id)
 
 
@@ -148,7 +143,7 @@ def check_guid(text, what):
 
 def read_content(node):
     """The content of a node. Raises Refusal when it is not a whole document of the node's type."""
-    name = node.type.name.lower()
+    name = Type(node.type).name.lower()
     root = read_xml(node.content)
     if root.tag != name:
         raise Refusal(Code.BAD_CALL, f"content is not a document <{name}>")
@@ -199,12 +194,10 @@ def read_references(members):
     events = read_list(members, "EventProfileNum", "EventProfiles", "evtpf")
     actions = read_list(members, "ActionProfileNum", "ActionProfiles", "actpf", is_needed=False)
     schedule = members.get("TimeProfile", "")
-    for guid in events:
-        check_guid(guid, "content: the GUID of an event profile")
-    for guid in actions:
-        check_guid(guid, "content: the GUID of an action profile")
-    if schedule:
-        check_guid(schedule, "content: the GUID of the time profile")
+    for guids, owner in ((events, "an event profile"), (actions, "an action profile"),
+                         ([schedule] if schedule else [], "the time profile")):
+        for guid in guids:
+            check_guid(guid, f"content: the GUID of {owner}")
     return ([*((Type.EVENT_PROFILE, guid) for guid in events),
              *((Type.ACTION_PROFILE, guid) for guid in actions)], schedule)
 
