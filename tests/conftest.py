@@ -30,8 +30,9 @@ def running_recorder(bin_dir):
 
 @pytest.fixture
 def recorder(running_recorder):
-    """A running recorder without rules. The case must leave no program running."""
+    """A running recorder without rules and programs. The case must leave no program running."""
     client = running_recorder.client
     client.delete([rule["GUID"] for rule in client.list()])
+    assert wait_until(lambda: not running_recorder.running_programs())
     yield running_recorder
     assert wait_until(lambda: not running_recorder.running_programs())
