@@ -254,7 +254,7 @@ def test_silent_clients_keep_others_waiting_for_a_while_only(service):
         answer = connection.getresponse()
         assert answer.read().decode() == NO_RULES and "Allow" not in answer.headers
     assert exchange(GET + b"\r\n").endswith(NO_RULES)
-    assert time.monotonic() - start >= 10
+    assert 10 <= time.monotonic() - start < 20
     for connection in silent:
         assert connection.sock.recv(1) == b""
 
