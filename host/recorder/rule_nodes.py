@@ -124,7 +124,7 @@ def need_member(value, name, kind):
 
 def need_text(value, name):
     text = need_member(value, name, str)
-    if "\0" in text or any("\ud800" <= character <= "\udfff" for character in text):
+    if re.search("[\0\ud800-\udfff]", text):
         raise Refusal(Code.BAD_CALL, f"{name} has a zero byte or is not UTF-8")
     return text
 
