@@ -59,10 +59,13 @@ std::string line_start()
 void append_escaped(std::string& line, std::string_view bytes)
 {
     constexpr std::string_view NAMED = "\n\r\t\\";
+    constexpr std::string_view LETTERS = "nrt\\";
     for (const char byte : bytes) {
         const size_t name = NAMED.find(byte);
-        char text[8] = {'\\', "nrt\\?"[std::min(name, NAMED.size())]};
-        if (name == std::string_view::npos) {
+        char text[8];
+        if (name != std::string_view::npos) {
+            (void)std::snprintf(text, sizeof text, "\\%c", LETTERS[name]);
+        } else {
             (void)std::snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned char>(byte));
         }
         line += text;
@@ -119,7 +122,9 @@ void write_line(std::string line)
         line.insert(0, 1, '\n');
     }
     const ssize_t written = ::write(descriptor, line.data(), line.size());
-    is_within_line = written > 0 && static_cast<size_t>(written) < line.size();
+    if (written > 0) {
+        is_within_line = static_cast<size_t>(written) < line.size();
+    }
 }
 
 }  // namespace
