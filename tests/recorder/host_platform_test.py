@@ -171,7 +171,7 @@ def test_largest_rule_list(recorder):
 
 HASH = hash_password("se:cret")
 LONG_NAME = 64 * "u"
-USERS = f"#ann:{HASH}\n\nann:{HASH}\n:{HASH}\nnohash\n{LONG_NAME}:{HASH}"
+USERS = f"#a:{HASH}\n\na:{HASH}\n:{HASH}\nnohash\n{LONG_NAME}:{HASH}"
 UNUSABLE = "no usable Basic credentials in the request"
 
 
@@ -181,16 +181,16 @@ def basic(text):
 
 # The users file, the header, and why the client is refused, if it is.
 @pytest.mark.parametrize("users, header, reason", [
-    (USERS, basic("ann:se:cret").replace(b"Basic", b"bASIC "), None),
+    (USERS, basic("a:se:cret").replace(b"Basic", b"bASIC "), None),
     (USERS, basic(f"{LONG_NAME}:se:cret"), f"user [{LONG_NAME}] refused"),
-    (USERS, basic("#ann:se:cret"), "user [#ann] refused"),
-    (USERS, basic("ann:Se:cret"), "user [ann] refused"),
+    (USERS, basic("#a:se:cret"), "user [#a] refused"),
+    (USERS, basic("a:Se:cret"), "user [a] refused"),
     (USERS, basic("zoe:se:cret"), "user [zoe] refused"),
     (USERS, basic(":se:cret"), "user [] refused"),
-    (USERS, basic("ann"), UNUSABLE),
-    (USERS, basic("ann:se:cret\0x"), UNUSABLE),
-    (USERS, basic("ann:se:cret") + b" ", UNUSABLE),
-    (USERS, basic("ann:se:cret").replace(b"Basic", b"Bearer"), UNUSABLE),
+    (USERS, basic("a"), UNUSABLE),
+    (USERS, basic("a:se:cret\0x"), UNUSABLE),
+    (USERS, basic("a:se:cret") + b" ", UNUSABLE),
+    (USERS, basic("a:se:cret").replace(b"Basic", b"Bearer"), UNUSABLE),
     ("off:*\n", basic("off:*"), "no usable entry in the users file"),
 ])
 def test_only_known_credentials_pass(users, header, reason, recorder):
