@@ -51,7 +51,7 @@ def test_password_of_a_file(tmp_path, password, is_line):
     if is_line:
         assert prepare(tmp_path).encode() == password.rstrip(b"\n")
     else:
-        with pytest.raises(RecorderError, match="must hold one line"):
+        with pytest.raises(RecorderError, match="must hold one line with the password, of at most 511 bytes"):
             prepare(tmp_path)
 
 

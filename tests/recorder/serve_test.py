@@ -5,6 +5,7 @@ import os
 import pathlib
 import re
 import signal
+import socket
 import subprocess
 
 import pytest
@@ -53,7 +54,12 @@ def test_ends_when_one_of_its_processes_has_ended(bin_dir, tmp_path, position, t
         assert wait_until(lambda: has_ended(client))
 
 
+TAKEN = socket.create_server(("127.0.0.1", 0))
+PORT = str(TAKEN.getsockname()[1])
+
+
 @pytest.mark.parametrize("arguments, text", [
+    (["--port", PORT], f"the web server does not start: port {PORT}: Address already in use\n"),
     (["--port", "0"], "not a port number: 0"), (["--port", "65536"], "not a port number: 65536"),
     (["--port", "10141", "--state", "/proc/none"], "no recorder can be kept in /proc/none")])
 def test_what_it_does_not_start_with(bin_dir, arguments, text):

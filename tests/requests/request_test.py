@@ -33,11 +33,12 @@ def find_log_places():
 LOG_PLACES = set(find_log_places())
 
 
-def run(bin_dir, given):
-    """The outcome of a request. Bytes that are not UTF-8 are kept on both ways."""
+def run(bin_dir, given, prefix=()):
+    """The outcome of a request. Bytes that are not UTF-8 are kept on both ways. `prefix` is the beginning
+    of the command that starts the process."""
     print(json.dumps(given))  # shown when the test fails
     request = json.dumps(given, ensure_ascii=False)
-    done = subprocess.run([f"{bin_dir}/request_harness"], input=os.fsencode(request),
+    done = subprocess.run([*prefix, f"{bin_dir}/request_harness"], input=os.fsencode(request),
                           stdout=subprocess.PIPE, timeout=60, check=True)
     outcome = json.loads(os.fsdecode(done.stdout))
     record_exchange(given["method"], os.fsencode(given["body"]),
@@ -158,6 +159,14 @@ def test_a_lack_of_memory_is_answered_or_harmless(bin_dir):
         assert outcome["response"] in (usual["response"], response_to((-4, "Internal error")))
         *calls, _ = outcome["calls"]
         assert calls == usual["calls"][:len(calls)]
+
+
+@pytest.mark.parametrize("method, answer", [("GET", '"GUID": "999"'), ("POST", "Add Rule successful")])
+def test_long_list_where_the_heap_cannot_grow(method, answer, bin_dir):
+    """The allocator then takes other memory, and an allocation that succeeds leaves ENOMEM behind."""
+    rules = [{"GUID": f"{guid}", "name": 2000 * "N"} for guid in range(1000)]
+    given = {**USUAL, "method": method, "rules": [0, json.dumps({"ruleList": rules})]}
+    assert answer in run(bin_dir, given, ["prlimit", "--data=0:unlimited"])["response"]
 
 
 def test_log_formats_are_cut_at_255_bytes(bin_dir):
