@@ -49,6 +49,8 @@ class RuleDatabase:
             self._run("PRAGMA " + setting)
         if version == 1:
             with contextlib.closing(sqlite3.connect(f"{file}.before-1.1")) as copy:
+                # Otherwise a power failure could bring back the journal that empties the copy.
+                copy.execute("PRAGMA synchronous = EXTRA")
                 self.connection.backup(copy)
         if version != VERSION:
             self._set_up(is_new)
