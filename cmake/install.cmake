@@ -1,5 +1,5 @@
 # What is installed, and packed by cpack. Component `program`: the CGI program, the headers of the
-# seam, lighttpd's configuration. Component `host`: the host recorder's programs and files.
+# seam, lighttpd's configuration.
 include(GNUInstallDirs)
 
 set(RULE_LIBEXEC_DIR "${CMAKE_INSTALL_LIBEXECDIR}/rule_operation")
@@ -28,16 +28,6 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/lighttpd.conf"
         DESTINATION "${RULE_DATA_DIR}" COMPONENT program)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/rule_operation.spdx"
         DESTINATION "${RULE_DATA_DIR}" COMPONENT program OPTIONAL)
-
-# The host recorder, when it is the platform of this build.
-if(RULE_HOST_RECORDER)
-    install(FILES host/recorder/config_service.py host/recorder/rule_database.py
-                  host/recorder/rule_nodes.py
-            DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT host)
-    install(FILES host/web_server/lighttpd.conf host/web_server/rule_endpoint.conf
-                  host/recorder/cameras.txt
-            DESTINATION "${RULE_DATA_DIR}/host" COMPONENT host)
-endif()
 
 if(PROJECT_IS_TOP_LEVEL)
     set(CPACK_GENERATOR TGZ)
