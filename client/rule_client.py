@@ -32,10 +32,10 @@ RECORDING = "RecordControl"  # the only action
 COLUMNS = ("event", "channel", "alarm", "action", "record", "name", "schedule")
 DUPLICATE = -911
 
-ANSWER_LIMIT = 64 * 1024 * 1024  # bytes; a rule takes up about 2 KiB of a list
+MAX_ANSWER_SIZE = 128 * 1024 * 1024  # bytes; a rule takes up about 2 KiB of a list
 # A rule is refused with -221 when one of its random GUIDs is in use. If half of a channel's GUIDs are
 # taken, one attempt in eight succeeds, and 50 in a row fail about once in 800 times.
-CLASH_LIMIT = 50
+MAX_CLASHES = 50
 
 
 class Answer(NamedTuple):
@@ -142,7 +142,7 @@ def quick_rules(entries):
 class _Incoming(io.RawIOBase):
     """The bytes of an answer, which must arrive until a time."""
     def __init__(self, end, sock, raw):
-        self._end, self._sock, self._raw, self._room = end, sock, raw, ANSWER_LIMIT
+        self._end, self._sock, self._raw, self._room = end, sock, raw, MAX_ANSWER_SIZE
 
     def readable(self):
         return True
@@ -154,7 +154,7 @@ class _Incoming(io.RawIOBase):
         count = self._raw.readinto(buffer)
         self._room -= count
         if self._room < 0:
-            raise http.client.HTTPException(f"an answer of more than {ANSWER_LIMIT} bytes")
+            raise http.client.HTTPException(f"an answer of more than {MAX_ANSWER_SIZE} bytes")
         return count
 
 
@@ -232,7 +232,7 @@ class RuleClient:
                 advice = advice_for(failure)
                 if advice in ("duplicate", "look") and is_done():
                     return {} if in_doubt or advice == "look" else None
-                if advice == "at once" and clashes < CLASH_LIMIT:
+                if advice == "at once" and clashes < MAX_CLASHES:
                     clashes += 1
                 elif advice in ("look", "later") and (pause := next(pauses, None)) is not None:
                     self.notify(f"{failure}; again in {pause} s")

@@ -1,5 +1,5 @@
-# What is installed, and packed by cpack. Component `program`: the CGI program, the headers of the
-# seam, lighttpd's configuration.
+# What is installed, and packed by cpack, as the component `program`: the CGI program, the platform headers,
+# lighttpd's configuration, and the list of what is linked in.
 include(GNUInstallDirs)
 
 set(RULE_LIBEXEC_DIR "${CMAKE_INSTALL_LIBEXECDIR}/rule_operation")

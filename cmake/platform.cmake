@@ -1,11 +1,4 @@
 # Adds the platform, and to missing_archives what a static program lacks for it.
-
-# What pkg_check_modules has found in an earlier run of CMake may be of another kind.
-get_cmake_property(variables CACHE_VARIABLES)
-list(FILTER variables INCLUDE REGEX "^pkgcfg_lib_")
-foreach(variable IN LISTS variables)
-    unset(${variable} CACHE)
-endforeach()
 add_subdirectory("${RULE_PLATFORM_DIR}" platform_library)
 if(NOT TARGET rule_platform)
     message(FATAL_ERROR "RULE_PLATFORM_DIR: ${RULE_PLATFORM_DIR} defines no library rule_platform")

@@ -11,7 +11,7 @@
 #include <string>
 
 // The query of a call, which the client only reads. It must encode every byte of names and values
-// that is not unreserved in a URI, so that no value ends its parameter.
+// that is not unreserved in a URI, so that no value can end its parameter early.
 struct query_object {
     std::map<std::string, std::string> params;  // query parameters by name
     std::string extra;                          // not used by the rule endpoint: always empty

@@ -84,7 +84,7 @@ void CGI_Free_Input(tagINPUT* input)
     std::unique_ptr<tagINPUT>{input}.reset();
 }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): the signature is the seam's
+// NOLINTNEXTLINE(readability-non-const-parameter): the signature is the header's
 int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
 {
     for (std::string_view rest = path; !rest.empty();) {

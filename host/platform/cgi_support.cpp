@@ -11,7 +11,7 @@ void register_signal_handler()
     ::sigaction(SIGXFSZ, &action, nullptr);  // the log has reached a file size limit
 }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): the signature is the seam's
+// NOLINTNEXTLINE(readability-non-const-parameter): the signature is the header's
 int cgi_uri_token_paser(char* path, std::vector<std::string>* tokens)
 {
     std::string_view rest = path != nullptr ? path : "";

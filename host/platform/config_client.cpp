@@ -28,10 +28,10 @@ using boost::system::error_code;
 using Request = http::request<http::string_body>;
 using ReplyParser = http::response_parser<http::string_body>;
 
-constexpr std::uint64_t BODY_LIMIT = 64ULL * 1024;
+constexpr std::uint64_t MAX_BODY_SIZE = 64ULL * 1024;
 // 4,800 rules, with the longest names of characters that take six bytes each.
-constexpr std::uint64_t RULE_LIST_LIMIT = 128ULL * 1024 * 1024;
-constexpr std::uint32_t HEADER_LIMIT = 16 * 1024;
+constexpr std::uint64_t MAX_RULE_LIST_SIZE = 128ULL * 1024 * 1024;
+constexpr std::uint32_t MAX_HEADER_SIZE = 16 * 1024;
 
 // A connection whose operations together take no longer than its time limit. An operation that is
 // not finished in time ends with `timed_out`.
@@ -140,7 +140,7 @@ Failure read_reply(Connection& connection, std::uint64_t body_limit, std::string
 {
     ReplyParser parser;
     parser.body_limit(body_limit);
-    parser.header_limit(HEADER_LIMIT);
+    parser.header_limit(MAX_HEADER_SIZE);
     if (const auto error = connection.read_header(parser)) {
         return exchange_failure(error);
     }
@@ -170,7 +170,7 @@ Failure exchange(const tcp::endpoint& service, const Request& request, std::chro
         return exchange_failure(error);
     }
     const bool lists_rules = request.target() == RULE_LIST_PATH;
-    return read_reply(connection, lists_rules ? RULE_LIST_LIMIT : BODY_LIMIT, reply);
+    return read_reply(connection, lists_rules ? MAX_RULE_LIST_SIZE : MAX_BODY_SIZE, reply);
 }
 
 // Makes every call. Logs each failure.

@@ -13,7 +13,7 @@ namespace host
 namespace
 {
 
-constexpr off_t SIZE_LIMIT = 1024L * 1024L;
+constexpr off_t MAX_FILE_SIZE = 1024L * 1024L;
 
 // Owns an open file descriptor.
 class FileDescriptor
@@ -44,7 +44,7 @@ std::optional<std::string> read_file(const std::string& path, std::string& error
         error = std::generic_category().message(errno);
         return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode) || status.st_size > SIZE_LIMIT) {
+    if (!S_ISREG(status.st_mode) || status.st_size > MAX_FILE_SIZE) {
         error = "not a regular file of at most 1 MiB";
         return std::nullopt;
     }

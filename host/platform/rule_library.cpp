@@ -33,12 +33,12 @@ void release_text(json_object* /*list*/, void* text)
 // The list is an object that json-c prints as the service's text, which therefore is not parsed.
 int make_rule_list(json_object** out)
 {
-    constexpr long TIME_LIMIT = 15;
+    constexpr long TIMEOUT_SECONDS = 15;
     constexpr std::string_view START = R"({"ruleList": [)";
     auto text = std::make_unique<std::string>();
     query_object query;
     const long result = rova_GET_request("127.0.0.1", 10141, RULE_LIST_PATH, &query, *text,
-                                         TIME_LIMIT, false, false, 0, nullptr);
+                                         TIMEOUT_SECONDS, false, false, 0, nullptr);
     if (result != 0) {
         rule_log("Rule list: the call failed with %ld", result);
         return RULES_NOT_FETCHED;

@@ -22,7 +22,7 @@ namespace
 
 namespace utf = boost::locale::utf;
 
-constexpr size_t MESSAGE_LIMIT = 32UL * 1024;
+constexpr size_t MAX_MESSAGE_LENGTH = 32UL * 1024;
 
 // The log file, or standard error.
 int open_log()
@@ -100,11 +100,11 @@ void append_message(std::string& line, std::string_view message)
 // The message on a line, without what is beyond the limit.
 std::string compose_line(const char* format, va_list arguments)
 {
-    std::string message(MESSAGE_LIMIT, '\0');
+    std::string message(MAX_MESSAGE_LENGTH, '\0');
     const int length =
-        std::max(0, std::vsnprintf(message.data(), MESSAGE_LIMIT + 1, format, arguments));
-    const bool is_cut = static_cast<size_t>(length) > MESSAGE_LIMIT;
-    message.resize(is_cut ? MESSAGE_LIMIT : static_cast<size_t>(length));
+        std::max(0, std::vsnprintf(message.data(), MAX_MESSAGE_LENGTH + 1, format, arguments));
+    const bool is_cut = static_cast<size_t>(length) > MAX_MESSAGE_LENGTH;
+    message.resize(is_cut ? MAX_MESSAGE_LENGTH : static_cast<size_t>(length));
     if (!message.empty() && message.back() == '\n') {
         message.pop_back();
     }

@@ -132,7 +132,8 @@ class Recorder:
         return socket.create_connection((address.hostname, address.port), timeout=60)
 
     def running_programs(self):
-        """What the processes run that the web server has started; a new one first runs the web server."""
+        """Names of the web server's child processes; one that was just forked still bears the web server's
+        name."""
         processes = pathlib.Path("/proc")
         children = (processes / f"{self.web.pid}/task/{self.web.pid}/children").read_text().split()
         names = []

@@ -17,8 +17,8 @@ LOCK = "/tmp/rule-recorder.lock"
 SCRATCH_PREFIX = "rule-recorder-state."
 SCRATCH_MARK = "scratch"  # the file in such a directory that says its name
 USER = "admin"
-PASSWORD_LIMIT = 511  # bytes, that of crypt(3)
-LOG_LIMIT = 8 * 1024 * 1024
+MAX_PASSWORD_LENGTH = 511  # bytes, that of crypt(3)
+MAX_LOG_SIZE = 8 * 1024 * 1024
 # What the recorder opens in its directory.
 FILES = ("password", "users", "cameras.txt", "rules.db", "rules.db-wal", "rules.db-shm", "rule.log",
          "config_service.log", "web_server.log", "rule_errors.log")
@@ -71,7 +71,7 @@ def prepare(state):
         for name in FILES:
             if (state / name).exists() and not (state / name).is_file():
                 raise RecorderError(f"{state / name}: not a regular file")
-        if (state / "rule.log").exists() and (state / "rule.log").stat().st_size > LOG_LIMIT:
+        if (state / "rule.log").exists() and (state / "rule.log").stat().st_size > MAX_LOG_SIZE:
             (state / "rule.log").replace(state / "rule.log.1")
         (state / "www").mkdir(exist_ok=True)
         reference = state / "www/reference"
@@ -125,8 +125,8 @@ def read_or_make_password(path):
         password = path.read_text(encoding="utf-8").rstrip("\n")
     except UnicodeDecodeError:
         password = ""
-    if not 0 < len(password.encode()) <= PASSWORD_LIMIT or "\n" in password or "\0" in password:
-        raise RecorderError(f"{path} must hold one line with the password, of at most {PASSWORD_LIMIT}"
+    if not 0 < len(password.encode()) <= MAX_PASSWORD_LENGTH or "\n" in password or "\0" in password:
+        raise RecorderError(f"{path} must hold one line with the password, of at most {MAX_PASSWORD_LENGTH}"
                             " bytes of UTF-8; without the file the recorder makes one")
     return password
 

@@ -2,7 +2,6 @@
 
 import contextlib
 import json
-import os
 import sqlite3
 
 from rule_nodes import Code, Node, Refusal, Type, read_content, within_call
@@ -54,7 +53,7 @@ class RuleDatabase:
                 self.connection.backup(copy)
         if version != VERSION:
             self._set_up(is_new)
-        self._make_durable(file)
+        self._make_durable()
 
     def _set_up(self, is_new):
         with self._transaction():
@@ -69,14 +68,11 @@ class RuleDatabase:
                 self._run("UPDATE node SET entry = ? WHERE id = ?", entry, identity)
             self._run(f"PRAGMA user_version = {VERSION}")
 
-    def _make_durable(self, file):
+    def _make_durable(self):
         """What was found in the log of a crashed service may not have been synchronised by it."""
         is_busy, *_ = self._run("PRAGMA wal_checkpoint(TRUNCATE)").fetchone()
         if is_busy:
             raise ValueError("another process uses the database")
-        directory = os.open(os.path.dirname(os.path.abspath(file)), os.O_RDONLY)
-        os.fsync(directory)
-        os.close(directory)
 
     def is_stuck(self, error):
         """Whether no transaction can succeed after this error: one could not be undone, or a lock could

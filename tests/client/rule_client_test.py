@@ -276,7 +276,7 @@ WANTED = {Rule(536936448, 3, record=5, name="new"), OLD[1], OLD[2], Rule(5369364
 @pytest.mark.parametrize("when", ["before", "after"])
 @pytest.mark.parametrize("fault", [*TOLD, KeyboardInterrupt, ConnectionResetError])
 def test_an_interrupted_command_loses_no_rule(fault, when, delete_others, command, model, monkeypatch):
-    monkeypatch.setattr(rule_client, "CLASH_LIMIT", 1)
+    monkeypatch.setattr(rule_client, "MAX_CLASHES", 1)
     wanted = WANTED if delete_others else WANTED | {OLD[3]}
     told = ""
     for at in itertools.count():
@@ -549,7 +549,7 @@ CONTINUE = b"HTTP/1.1 100 Continue\r\n\r\n"
     ("https", OK + b"\r\n", b"", "[SSL: WRONG_VERSION_NUMBER]"),
 ])
 def test_bad_servers(scheme, head, endless, reason, monkeypatch, pauses, command):
-    monkeypatch.setattr(rule_client, "ANSWER_LIMIT", 300000)
+    monkeypatch.setattr(rule_client, "MAX_ANSWER_SIZE", 300000)
     address = serve(head, endless)
     status, output, errors = command("--url", f"{scheme}://{address}/rule", "list")
     assert (status, output) == (1, "") and errors.startswith(f"rule_client: {address}: {reason}"), errors
@@ -562,7 +562,7 @@ def test_bad_servers(scheme, head, endless, reason, monkeypatch, pauses, command
     (OK + b"Content-Length: 99999999999999999\r\n\r\n{}", b"", http.client.IncompleteRead),
 ])
 def test_answers_without_an_end(head, endless, failure, monkeypatch):
-    monkeypatch.setattr(rule_client, "ANSWER_LIMIT", 10 ** 12)
+    monkeypatch.setattr(rule_client, "MAX_ANSWER_SIZE", 10 ** 12)
     client = RuleClient(f"http://{serve(head, endless)}/rule", timeout=0.2 if endless else 60)
     pytest.raises(failure, client.request, "GET")
 

@@ -63,7 +63,7 @@ NO_PROGRAM = refusal(0x94062A01, "not a request of a program here")
 WRONG_METHOD = refusal(0x94062A03, "this path takes only GET, DELETE")
 
 
-def with_head(size):
+def with_header(size):
     return (GET + b"X: ").ljust(size - 4, b"x") + b"\r\n\r\n"
 
 
@@ -73,8 +73,8 @@ def with_body(size):
 
 # A request, the status of its reply and the reply, unless the web server library answers.
 REQUESTS = {
-    "longest head": (with_head(8192), 200, NO_RULES),
-    "head too long": (with_head(8193), 431, None),
+    "longest header": (with_header(8192), 200, NO_RULES),
+    "header too long": (with_header(8193), 431, None),
     "longest body": (with_body(65536) + b"{}".ljust(65536), 200, refusal(0x94062A04, NO_CALLS)),
     "body too long": (with_body(65537), 413, None),
     "not HTTP": (GET + b"Content-Length: x\r\n\r\n", 400, None),

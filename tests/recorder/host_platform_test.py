@@ -80,14 +80,14 @@ def failed_call(result, reason):
 PLAIN = b"HTTP/1.1 200 OK\r\n\r\n"
 
 
-def long_head(size):
+def long_header(size):
     """The limit is for what comes after the first line, which the program has already taken in."""
     return PLAIN[:-2] + b"X: %b\r\n\r\n" % ((size - 7) * b"x")
 
 
 # The reply to the call for the list of rules, the result of the call, and why it failed.
 FAILED_CALLS = {
-    "head too long": (long_head(16385), -1004, "the reply is too large"),
+    "header too long": (long_header(16385), -1004, "the reply is too large"),
     "body too long": (PLAIN + bytes(128 * MIB + 1), -1004, "the reply is too large"),
     "announced too long": (b"HTTP/1.1 200 OK\r\nContent-Length: 134217729\r\n\r\n", -1004,
                            "the reply is too large"),
@@ -146,7 +146,7 @@ NO_RULES = b'{"ruleList": []}'
     (b"", ["Rule list: the service answered []"]),
 ], ids=["longest", "another document", "nothing"])
 def test_reply_with_a_rule_list(reply, messages, recorder):
-    answer, logged, _ = exchange(recorder, long_head(16384) + reply)
+    answer, logged, _ = exchange(recorder, long_header(16384) + reply)
     assert (answer.encode(), logged) == (refusal(-1203).encode() if messages else reply, messages)
 
 

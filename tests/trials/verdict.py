@@ -6,7 +6,7 @@ import sqlite3
 
 
 class Fault(Exception):
-    """What should not be so."""
+    """A requirement that was not met."""
 
 
 def require(condition, *facts):
