@@ -1,11 +1,7 @@
-# How the program is linked; docs/porting.md says which to choose. RULE_LINK is one of
-#
-#   static  everything from archives: the program needs no file but its own
-#   mixed   from archives what RULE_MIXED_ARCHIVES names, everything else shared
-#   shared  every library shared
-#
-# or empty: static, or shared if an archive is missing. This file comes before the platform, whose own
-# searches then find an archive before a shared library if the program is to be static.
+# How the program is linked, as RULE_LINK says: static (everything from archives: it needs no file but its
+# own), mixed (from archives what RULE_MIXED_ARCHIVES names), shared, or empty: static, or shared if an archive
+# is missing. docs/porting.md says which to choose. This file comes before the platform, whose own searches then
+# find an archive before a shared library if the program is to be static.
 set(RULE_LINK "" CACHE STRING "How the program is linked: static, mixed, shared or empty")
 set(RULE_MIXED_ARCHIVES JSONCPP CACHE STRING
     "What is linked from archives with RULE_LINK=mixed: any of JSONCPP, JSON_C, LIBSTDCXX")

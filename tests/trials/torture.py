@@ -23,8 +23,8 @@ KEPT = [Rule(EVENT, channel, record=record, name=f"{'Long name ' * 90}{channel}"
         for channel, record in ((5, None), (6, 6), (7, None), (10, 10))]
 NO_RULE = "F" * 32  # a GUID that none has
 
-# The faults: those of tests/trials/fault_shim.cpp, and system calls by what they then return, an error or 0.
-# Of EINTR only what a process meets that is stopped and goes on.
+# The faults: those of tests/trials/fault_shim.cpp, and system calls, by what they are made to return. EINTR
+# only where a process that was stopped and continued can see it.
 SHIM_KINDS = ("memory", "transfer")
 ERRORS = {
     "0": "brk",
@@ -68,7 +68,7 @@ ALLOWED = [
 # After these the answer is the usual one.
 HARMLESS = re.compile(r"transfer:.*|\w+=EINTR:.*")
 NO_CAMERAS = -1101 & 0xFF  # the exit status without an answer
-# With what the C library itself ends a process, before `main` or when its heap cannot grow, and how.
+# Faults after which the C library ends the process itself, and its exit statuses then.
 LIBRARY_FAULTS = re.compile(r"memory:([1-5]\+?|6\+)|(brk=0|mmap=ENOMEM):\d+\+?")
 LIBRARY_ENDS = (-signal.SIGABRT, -signal.SIGSEGV, 127)
 
