@@ -124,9 +124,9 @@ def test_a_recorder_that_goes_away(module, recorder, monkeypatch):
         patched.setattr("time.sleep", lambda _: None)
         result = module(rules=[{"event": 0x20010000, "channel": 3, "name": "new"}])
     assert result["msg"].endswith(": Connection refused") and not recorder.client.list()
-    assert result["warnings"][0].startswith("deleted until the next run: 536936448,3,,,,clientRule,")
+    assert "deleted until the next run: 536936448,3,,,,clientRule," in str(result["warnings"][0])
     result = module(rules=[{"event": 0x20010000, "channel": 3, "record": 9}])
-    assert result["warnings"][-1].startswith("after an interrupted run: put back event 536936448 on ")
+    assert "after an interrupted run: put back event 536936448 on " in str(result["warnings"][-1])
     assert result["changed"] and [entry["name"] for entry in recorder.client.list()] == ["clientRule"]
 
 
