@@ -104,11 +104,13 @@ def check_document():
 
 
 def check_version():
-    """Yields the documents that name another version than the build."""
+    """Yields the files that name another version than the build."""
     build = (PROJECT / "CMakeLists.txt").read_text()
     version = re.search(r"VERSION (\d+\.\d+\.\d+) ", build)[1]
     released = re.search(r"^## (\S+)", (PROJECT / "CHANGELOG.md").read_text(), re.MULTILINE)[1]
-    for file, named in ("docs/openapi.yaml", API["info"]["version"]), ("CHANGELOG.md", released):
+    client = re.search(r'^VERSION = "(.+)"', (PROJECT / "client/rule_client.py").read_text(), re.MULTILINE)[1]
+    for file, named in (("docs/openapi.yaml", API["info"]["version"]), ("CHANGELOG.md", released),
+                        ("client/rule_client.py", client)):
         if named != version:
             yield f"{file}: version {named}, but {version} in CMakeLists.txt"
 
