@@ -113,7 +113,6 @@ bool user_accepted(const std::vector<UserEntry>& users, const Credentials& crede
 int cgi_check_user_authentication_v3(tagINPUT* /*input*/, t_vistra_auth_info* info,
                                      unsigned int /*what*/)
 {
-    std::memset(info->user_name, 0, sizeof info->user_name);
     const char* header = std::getenv("HTTP_AUTHORIZATION");
     const auto credentials = header != nullptr ? host::read_credentials(header) : std::nullopt;
     if (!credentials) {

@@ -177,7 +177,6 @@ Failure exchange(const tcp::endpoint& service, const Request& request, std::chro
 long call_service(http::verb method, const char* host, int port, const char* path,
                   const query_object* query, std::string body, std::string& reply, long timeout)
 {
-    reply.clear();
     try {
         const tcp::endpoint service(asio::ip::make_address(host), static_cast<std::uint16_t>(port));
         const std::string target = request_target(path, query);

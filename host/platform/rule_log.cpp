@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "host/platform/recorder_files.h"
+#include "platform/device_utility.h"
 
 namespace host
 {
@@ -44,14 +45,14 @@ bool ends_within_line(int descriptor)
 
 std::string line_start()
 {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
+    const int64_t now = current_time_stamp();
+    const time_t seconds = now / 1000000;
     std::tm utc{};
-    ::gmtime_r(&now.tv_sec, &utc);
+    ::gmtime_r(&seconds, &utc);
     char text[96];
     const size_t end = std::strftime(text, sizeof text, "%FT%T", &utc);
-    (void)std::snprintf(text + end, sizeof text - end, ".%06ldZ [%d] ", now.tv_nsec / 1000,
-                        static_cast<int>(::getpid()));
+    (void)std::snprintf(text + end, sizeof text - end, ".%06dZ [%d] ",
+                        static_cast<int>(now % 1000000), static_cast<int>(::getpid()));
     return text;
 }
 

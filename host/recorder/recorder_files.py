@@ -56,7 +56,7 @@ def make_scratch_directory():
     has the lock runs the only one. A copy of such a directory has another name and stays."""
     for path in pathlib.Path(tempfile.gettempdir()).glob(SCRATCH_PREFIX + "*/"):
         with contextlib.suppress(OSError, UnicodeDecodeError):
-            if (path.lstat().st_uid == os.geteuid() and not path.is_symlink() and
+            if (path.lstat().st_uid == os.geteuid() and
                     (path / SCRATCH_MARK).read_text() == path.name):
                 shutil.rmtree(path, ignore_errors=True)
     path = pathlib.Path(tempfile.mkdtemp(prefix=SCRATCH_PREFIX))
