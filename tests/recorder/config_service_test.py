@@ -4,6 +4,7 @@ import base64
 import contextlib
 import http.client
 import re
+import signal
 import socket
 import sqlite3
 import stat
@@ -212,7 +213,8 @@ def test_database_of_the_version_before(service):
     """It has no column with what the list shows. The first of two elements of one name counts."""
     named = WHOLE_RULE.replace('"r"', '"ä€\\u0001"').replace("</event_p", "<a/><a>7</a></event_p")
     assert post(named) == SUCCESS and ask("GET", "/host/ruleList") == LIST
-    stop(service.service)
+    service.service.send_signal(signal.SIGSTOP)
+    assert stop(service.service) == 0
     file, copy = service.state / "rules.db", service.state / "rules.db.before-1.1"
     with contextlib.closing(sqlite3.connect(file)) as database:
         database.executescript("ALTER TABLE node DROP COLUMN entry; PRAGMA user_version = 1")

@@ -3,11 +3,14 @@
 import os
 import shutil
 import tempfile
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
 import recorder_files
-from recorder_files import RecorderError, lock_machine, make_scratch_directory, prepare
+from driver import wait_until
+from recorder_files import (PROJECT, RecorderError, lock_machine, make_scratch_directory, prepare,
+                            write_file)
 
 
 @pytest.mark.parametrize("owner, mode, is_safe", [
@@ -28,10 +31,28 @@ def test_directory_around_it(tmp_path, owner, mode, is_safe):
             prepare(around / "state")
 
 
-def test_directory_in_which_others_can_write_is_refused(tmp_path):
-    tmp_path.chmod(0o770)
+@pytest.mark.parametrize("mode", [0o720, 0o702])
+def test_directory_in_which_others_can_write_is_refused(tmp_path, mode):
+    tmp_path.chmod(mode)
     with pytest.raises(RecorderError, match="other users can write there"):
         prepare(tmp_path)
+
+
+def test_directory_under_another_name(tmp_path):
+    link = tmp_path / "link"
+    link.symlink_to(tmp_path / "around/state")
+    (tmp_path / "around/state").mkdir(parents=True)
+    assert prepare(link)
+    (tmp_path / "around").chmod(0o770)
+    with pytest.raises(RecorderError, match="other users can rename it in"):
+        prepare(link)
+    if os.geteuid() == 0:
+        os.chown(link, 65534, -1, follow_symlinks=False)
+        with pytest.raises(RecorderError, match="link is a symbolic link of another user"):
+            prepare(link / "inside")
+        os.chown(tmp_path / "around/state", 65534, -1)
+        with pytest.raises(RecorderError, match="other users can write there"):
+            prepare(tmp_path / "around/state")
 
 
 @pytest.mark.parametrize("name", ["password", "users", "cameras.txt", "rules.db", "rule.log",
@@ -51,7 +72,8 @@ def test_password_of_a_file(tmp_path, password, is_line):
     if is_line:
         assert prepare(tmp_path).encode() == password.rstrip(b"\n")
     else:
-        with pytest.raises(RecorderError, match="must hold one line with the password, of at most 511 bytes"):
+        with pytest.raises(RecorderError, match="must hold one line with the password, of at most 511 "
+                           "bytes of UTF-8; without the file the recorder makes one"):
             prepare(tmp_path)
 
 
@@ -66,6 +88,16 @@ def test_what_is_there_is_kept(tmp_path):
     os.truncate(log, 8 * 2**20 + 1)
     prepare(tmp_path)
     assert (tmp_path / "rule.log.1").stat().st_size == 8 * 2**20 + 1 and not log.exists()
+    assert (tmp_path / "users").read_text().startswith("admin:$5$rounds=1000$")
+    assert os.readlink(tmp_path / "www/reference") == str(PROJECT / "build/reference")
+
+
+def test_written_file_survives_a_power_failure(tmp_path, monkeypatch):
+    synced = []
+    monkeypatch.setattr(os, "fsync", lambda file: synced.append(
+        (os.readlink(f"/proc/self/fd/{file}"), {path.name: path.read_text() for path in tmp_path.iterdir()})))
+    write_file(tmp_path / "a", "text")
+    assert synced == [(f"{tmp_path}/a.new", {"a.new": "text"}), (str(tmp_path), {"a": "text"})]
 
 
 def test_only_own_scratch_directories_are_removed(tmp_path, monkeypatch):
@@ -73,9 +105,13 @@ def test_only_own_scratch_directories_are_removed(tmp_path, monkeypatch):
     first = make_scratch_directory()
     copy = first.with_name("rule-recorder-state.saved")
     shutil.copytree(first, copy)
-    first.with_name("rule-recorder-state.other").mkdir()
+    other = first.with_name("rule-recorder-state.other")
+    other.mkdir()
+    if os.geteuid() == 0:
+        (other / "scratch").write_text(other.name)
+        os.chown(other, 65534, -1)
     second = make_scratch_directory()
-    assert {*tmp_path.iterdir()} == {second, copy, first.with_name("rule-recorder-state.other")}
+    assert {*tmp_path.iterdir()} == {second, copy, other}
 
 
 @pytest.mark.parametrize("make", [os.mkfifo, os.mkdir, lambda path: os.symlink("elsewhere", path)])
@@ -84,3 +120,15 @@ def test_lock_that_is_no_file_is_refused(tmp_path, monkeypatch, make):
     monkeypatch.setattr(recorder_files, "LOCK", tmp_path / "lock")
     with pytest.raises(RecorderError, match="cannot lock"):
         lock_machine()
+
+
+def test_another_recorder_waits(tmp_path, monkeypatch, capsys):
+    monkeypatch.setattr(recorder_files, "LOCK", tmp_path / "lock")
+    first = lock_machine()
+    assert (tmp_path / "lock").stat().st_mode & 0o777 == 0o644
+    with ThreadPoolExecutor() as pool:
+        second = pool.submit(lock_machine)
+        said = wait_until(lambda: capsys.readouterr().err or second.done())
+        assert said == "waiting for another recorder on port 10141 to end\n" and not second.done()
+        os.close(first)
+    os.close(second.result())

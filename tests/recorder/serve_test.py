@@ -60,8 +60,19 @@ PORT = str(TAKEN.getsockname()[1])
 
 @pytest.mark.parametrize("arguments, text", [
     (["--port", PORT], f"the web server does not start: port {PORT}: Address already in use\n"),
+    ([], "the configuration service does not start: config_service: "),
     (["--port", "0"], "not a port number: 0"), (["--port", "65536"], "not a port number: 65536"),
-    (["--port", "10141", "--state", "/proc/none"], "no recorder can be kept in /proc/none")])
-def test_what_it_does_not_start_with(bin_dir, arguments, text):
-    done = subprocess.run([*COMMAND, bin_dir, *arguments], capture_output=True, text=True, timeout=60)
-    assert done.returncode in (1, 2) and text in done.stderr and "Traceback" not in done.stderr
+    (["--port", "8x"], "not a port number: 8x"),
+    (["--port", "65535", "--state", "/proc/none"],
+     "no recorder can be kept in /proc/none: /proc/none: No such file or directory\n")])
+def test_what_it_does_not_start_with(bin_dir, tmp_path, arguments, text):
+    (tmp_path / "rules.db").write_text("" if arguments else "not a database")
+    done = subprocess.run([*COMMAND, bin_dir, "--state", tmp_path, *arguments],
+                          capture_output=True, text=True, timeout=60)
+    assert done.returncode == (2 if "port number" in text else 1)
+    assert text in done.stderr and "Traceback" not in done.stderr
+
+
+def test_command_ends_on_a_signal():
+    command = "import driver, signal; driver.run_command(signal.raise_signal, signal.SIGHUP)"
+    assert subprocess.run([COMMAND[0], "-c", command], stderr=subprocess.PIPE).returncode == 1
