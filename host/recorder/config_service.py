@@ -106,8 +106,7 @@ def make_application(database):
     def application(request, start_response):
         status, headers, text = respond(database, request)
         body = b"" if request["REQUEST_METHOD"] == "HEAD" else text.encode()
-        start_response(status, [("Content-Type", "application/json"),
-                                ("Content-Length", str(len(body))), *headers])
+        start_response(status, [("Content-Type", "application/json"), *headers])
         return [body]
 
     return application
@@ -117,7 +116,6 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--database", required=True, metavar="FILE")
     file = parser.parse_args().database
-    os.umask(0o077)
     logging.getLogger("waitress").setLevel(logging.ERROR)  # a client may wait, and leave
     try:
         database = RuleDatabase(file)
