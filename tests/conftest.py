@@ -20,14 +20,13 @@ def running_recorder(bin_dir):
     with Recorder(bin_dir) as recorder:
         recorder.start()
         yield recorder
-        stop(recorder.web)
         stop(recorder.service)
         # A sanitizer's finding would be there, for example.
         log = (recorder.state / "config_service.log").read_text()
         assert set(log.splitlines()) == {"configuration service listening on 127.0.0.1:10141"}
         assert (recorder.state / "rule_errors.log").read_text() == ""
         assert not any(path.stat().st_mode & 0o077 for path in recorder.state.iterdir())
-    assert not recorder.state.exists()
+    assert recorder.web.poll() == 0 and not recorder.state.exists()
 
 
 @pytest.fixture

@@ -15,7 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
-from driver import Recorder, Rule, stop
+from driver import Recorder, RecorderError, Rule, stop
 from recorder_files import hash_password
 
 SERVICE = ("127.0.0.1", 10141)
@@ -264,3 +264,8 @@ def test_without_a_directory_the_log_is_standard_error(recorder):
     for variable in ["-u", "RULE_RECORDER_DIR"], ["RULE_RECORDER_DIR="]:
         done = recorder.run_program("PUT", prefix=["env", *variable])
         assert b"Camera configuration: RULE_RECORDER_DIR is not set\n" in done.stderr
+
+
+def test_web_server_that_does_not_start(recorder):
+    with pytest.raises(RecorderError, match="^the web server does not start: 2\n3\n4$"):
+        recorder.start_web_server(recorder.program, ["sh", "-c", "seq 4 >&2"])

@@ -5,9 +5,7 @@ import json
 import select
 import signal
 
-import pytest
-
-from driver import RecorderError, Rule, RuleClient, stop, wait_until
+from driver import Rule, RuleClient, stop, wait_until
 from rule_client import read_entry
 
 HEAD = """\
@@ -66,8 +64,3 @@ def test_long_list_with_a_full_disk(recorder):
     assert len(answer.body) > 65536
     assert json.loads(answer.body)["ruleList"] == recorder.client.list()
     stop(web)
-
-
-def test_web_server_that_does_not_start(recorder):
-    with pytest.raises(RecorderError, match="^the web server does not start: 2\n3\n4$"):
-        recorder.start_web_server(recorder.program, ["sh", "-c", "seq 4 >&2"])
