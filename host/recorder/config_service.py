@@ -116,6 +116,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--database", required=True, metavar="FILE")
     file = parser.parse_args().database
+    os.umask(0o077)
     logging.getLogger("waitress").setLevel(logging.ERROR)  # a client may wait, and leave
     try:
         database = RuleDatabase(file)

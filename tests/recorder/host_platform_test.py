@@ -232,13 +232,13 @@ def test_camera_list_has_a_channel_a_line(recorder):
 
 def test_no_message_can_forge_or_lose_a_log_line(recorder):
     text = 20000 * b"x" + b"a\nb\r\t\x1b\x7f\\" + "ä\u0080\u009f\u00a0€".encode() + b"\x9bx\xc3"
-    start = datetime.datetime.utcnow()
+    start = datetime.datetime.now(datetime.timezone.utc)
     answer, (message,) = ask(recorder, "PUT", b"", "", b"PATH_INFO=" + text)
     logged = 20000 * "x" + r"a\nb\r\t\x1b\x7f\\" + "ä\\xc2\\x80\\xc2\\x9f\u00a0€" + r"\x9bx\xc3"
     assert answer == "null" and message.partition("PathInfo = ")[2] == logged
     log = recorder.state / "rule.log"
-    logged = datetime.datetime.fromisoformat(log.read_text().split("\n")[1][:26])
-    assert start <= logged <= datetime.datetime.utcnow()
+    logged = datetime.datetime.fromisoformat(log.read_text().split("\n")[1][:26] + "+00:00")
+    assert start <= logged <= datetime.datetime.now(datetime.timezone.utc)
 
 
 @pytest.mark.parametrize("surplus", [0, 1])
