@@ -40,7 +40,7 @@ def has_ended(client):
     (signal.SIGTERM, 0), (signal.SIGINT, 0), (signal.SIGHUP, 0), (signal.SIGKILL, -9)])
 def test_ends_with_all_that_it_has_started(bin_dir, tmp_path, number, status):
     with served(bin_dir, tmp_path) as (process, client):
-        assert (process.stdout.readline() + process.stdout.readline()).startswith("\nThe API reference ")
+        assert (process.stdout.readline() + process.stdout.readline()).startswith("\nThe API reference")
         assert client.list() == []
         process.send_signal(number)
         assert (process.wait(60), process.stderr.read()) == (status, "")
