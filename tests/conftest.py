@@ -1,4 +1,4 @@
-"""Shared by the tests of a whole recorder."""
+"""The options and fixtures that several tests share."""
 
 import pytest
 
@@ -21,7 +21,7 @@ def running_recorder(bin_dir):
         recorder.start()
         yield recorder
         stop(recorder.service)
-        # A sanitizer's finding would be there, for example.
+        # The findings of a sanitizer would appear in these logs.
         log = (recorder.state / "config_service.log").read_text()
         assert set(log.splitlines()) == {"configuration service listening on 127.0.0.1:10141"}
         assert (recorder.state / "rule_errors.log").read_text() == ""
@@ -31,7 +31,7 @@ def running_recorder(bin_dir):
 
 @pytest.fixture
 def recorder(running_recorder):
-    """A running recorder without rules and programs. The case must leave no program running."""
+    """A running recorder that has no rules and serves no request. The test must leave no program running."""
     client = running_recorder.client
     client.delete([rule["GUID"] for rule in client.list()])
     assert wait_until(lambda: not running_recorder.running_programs())

@@ -1,4 +1,4 @@
-"""Every file includes only from the folders that docs/architecture.md allows it."""
+"""Checks that every file includes only from the folders that docs/architecture.md allows it."""
 
 import re
 

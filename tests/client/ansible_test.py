@@ -1,4 +1,4 @@
-"""The Ansible module recorder_rules, run by the example playbook on the host recorder."""
+"""Tests the Ansible module recorder_rules on the host recorder, by itself and in the example playbook."""
 
 import json
 import os
@@ -23,7 +23,8 @@ LINE = "536936448,3,,RecordControl,5,Parking,"
 
 @pytest.fixture
 def play(recorder, tmp_path):
-    """Runs the playbook for three hosts; returns the result of each."""
+    """Returns a function that runs the playbook for three hosts. It checks the two that fail, and returns the
+    output, the result of the third, and the rules on the recorder."""
     hosts = {"here": recorder.url, "refusing": recorder.url,
              "away": recorder.url.replace("http:", "https:")}
     inventory = {"recorders": {
@@ -72,7 +73,7 @@ def test_the_example_playbook(play, recorder):
 
 @pytest.fixture
 def module(recorder, tmp_path, monkeypatch, capsys):
-    """Runs the module in this process; returns its result."""
+    """Returns a function that runs the module in this process and returns its result."""
     monkeypatch.setitem(sys.modules, "ansible.module_utils.rule_client", rule_client)
     monkeypatch.setenv("XDG_STATE_HOME", str(tmp_path))
     # Later versions of Ansible ask for the form of the arguments, too.
@@ -108,7 +109,7 @@ def test_a_list_of_rules(module, recorder):
 
 
 def test_a_recorder_that_goes_away(module, recorder, monkeypatch):
-    """It goes when the old rule is deleted, and is back for the next run."""
+    """The connection is lost when the old rule is deleted, and is back for the next run."""
     recorder.client.add(Rule(0x20010000, 3))
     request = rule_client.RuleClient.request
     gone = []

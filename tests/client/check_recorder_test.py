@@ -1,4 +1,4 @@
-"""The command check_recorder.py: each of its rows fails for a recorder that has one fault."""
+"""Tests the command check_recorder.py: each of its rows fails for a recorder with one fault."""
 
 import contextlib
 import http.client
@@ -21,14 +21,15 @@ CLASH = '400 Bad Request\r\n\r\n{ "ret_code": -221, "ret_mesg": "Error add rule 
 
 
 class Fault(NamedTuple):
-    """What a proxy changes: `answer` becomes `new` if a request and the answer before it match."""
+    """A change that the proxy makes: it replaces `answer` by `new` if the request matches `request` and the
+    previous answer matches `after`."""
 
-    row: str  # the only one to fail
+    row: str  # the only row that fails
     request: str
     answer: str
     new: str
     after: str = ""
-    end: bytes = b""  # sent after what a client has sent
+    end: bytes = b""  # sent to the server at the end of the client's bytes
 
 
 FAULTS = [
@@ -89,7 +90,7 @@ SLOW_FAULTS = [
 
 
 class Proxy:
-    """Passes requests on and answers back, and changes them as a fault says."""
+    """Passes requests and answers on, and changes the answers as its fault says."""
 
     def __init__(self):
         self.fault = Fault("", "", "", "")
@@ -98,7 +99,7 @@ class Proxy:
 
     @contextlib.contextmanager
     def listen(self, port):
-        """Stands in front of a port of this machine; gives the port to connect to."""
+        """Listens in front of a port of this machine. Yields the port to connect to."""
         with socket.create_server(("127.0.0.1", 0)) as listener:
             threading.Thread(target=self._accept, args=(listener, port), daemon=True).start()
             yield listener.getsockname()[1]
@@ -132,7 +133,7 @@ class Proxy:
         with contextlib.suppress(OSError):
             while data := client.recv(65536):
                 request += data
-                # The service answers only who knows its address.
+                # The service answers only requests with its own address.
                 address = b"Host: 127.0.0.1:%d" % server.getpeername()[1]
                 server.sendall(re.sub(rb"Host: [^\r]+", address, data))
             server.sendall(self.fault.end)
@@ -149,8 +150,8 @@ class Proxy:
 
 @pytest.fixture
 def proxy(recorder, monkeypatch):
-    """The proxy in front of the web server and the service, and `check(ARGUMENT...)`, which runs the
-    command on both and returns its exit status."""
+    """The proxy in front of the web server and the service. Its `check(ARGUMENT...)` runs the command on both
+    and returns the exit status."""
     monkeypatch.setattr(check_recorder, "EVENTS", check_recorder.EVENTS[:4])
     proxy = Proxy()
     port = urllib.parse.urlsplit(recorder.url).port
@@ -193,7 +194,7 @@ def test_fault(proxy, recorder, capsys, fault):
 
 @pytest.mark.parametrize("fault", SLOW_FAULTS, ids=lambda fault: fault.row)
 def test_fault_in_a_slow_row(proxy, recorder, capsys, monkeypatch, fault):
-    """Two of them fail because they take longer than they may."""
+    """With a shorter time limit, the rows without a fault of their own fail because they take too long."""
     monkeypatch.setattr(check_recorder, "ROWS",
                         [each._replace(seconds=0.5) for each in check_recorder.ROWS])
     proxy.fault = fault

@@ -1,5 +1,5 @@
-"""The client rule_client.py: when it sends a request again, what its command does, and that an interrupted
-one loses no rule."""
+"""Tests the client rule_client.py: when it sends a request again, what its command does, and that an
+interrupted command loses no rule."""
 
 import contextlib
 import http.client
@@ -44,7 +44,7 @@ def listing(*entries):
 
 
 class ScriptedClient(RuleClient):
-    """A client with prepared answers; an exception is a lost one."""
+    """A client with prepared answers. An exception stands for an answer that is lost."""
 
     def __init__(self, *answers):
         super().__init__("http://recorder/rule")
@@ -60,7 +60,7 @@ class ScriptedClient(RuleClient):
 
 @pytest.fixture(autouse=True)
 def pauses(monkeypatch):
-    """The pauses between attempts, which no test waits for."""
+    """Replaces the pauses between attempts by a list of their lengths, so that no test waits."""
     pauses = []
     monkeypatch.setattr("time.sleep", pauses.append)
     return pauses
@@ -135,7 +135,7 @@ def test_addresses():
 
 
 def cut(listed, *path, value):
-    """The entry with another value at that path."""
+    """Returns the entry with another value at that path."""
     inner = listed
     for name in path[:-1]:
         inner = inner[name]
@@ -177,7 +177,7 @@ class Killed(BaseException):
     """Stands for the end of the process: nothing more is sent."""
 
 
-# The faults after which nothing is answered until the next run, and what is said then.
+# Faults after which the recorder answers nothing until the next run, and the messages about them.
 TOLD = {Killed: "after an interrupted run: put back event 536936448 on channel 3 records channel 4, 'old'\n",
         ConnectionRefusedError: "deleted until the next run: 536936448,3,,RecordControl,4,old,\n"}
 
@@ -240,8 +240,8 @@ class Model:
 
 @pytest.fixture
 def command(tmp_path, monkeypatch, capsys):
-    """Runs the command with a list of rules in rules.csv; returns its exit status, output and errors.
-    New files are private, as ~/.netrc must be, because the recorder's are."""
+    """Returns a function that runs the command with a list of rules in rules.csv, and returns its exit
+    status, output and errors."""
     monkeypatch.setattr("os.environ", {"HOME": str(tmp_path), "RULE_URL": "http://recorder/rule"})
     monkeypatch.chdir(tmp_path)
 
@@ -258,7 +258,7 @@ def command(tmp_path, monkeypatch, capsys):
 
 @pytest.fixture
 def model(monkeypatch):
-    """Makes commands talk to a recorder in memory."""
+    """Returns a function that makes the command talk to a recorder in memory with the given rules."""
     def use(*rules):
         model = Model(rules)
         monkeypatch.setattr(RuleClient, "request", lambda client, *request: model.request(*request))
@@ -301,7 +301,7 @@ def test_an_interrupted_command_loses_no_rule(fault, when, delete_others, comman
 
 
 def test_a_rule_that_cannot_be_put_back_is_named(command, model, tmp_path):
-    """While its replacement is refused, the recorder loses the camera of the old rule's recording."""
+    """The new rule is refused, and meanwhile the recorder loses the camera that the old rule records."""
     recorder = model(*OLD)
     reply = recorder.reply
 
@@ -323,7 +323,7 @@ def test_a_rule_that_cannot_be_put_back_is_named(command, model, tmp_path):
 def test_two_rules_in_one_place(name, command, model):
     recorder = model(OLD[0], OLD[0]._replace(name=name))
     assert "put back" in command("apply", "rules.csv", rules="536936448,3,,,unstorable,\n")[2]
-    # A recorder takes only one of them again.
+    # A recorder accepts only one of the two again.
     assert list(recorder.rules.values()) == [OLD[0]]
     recorder.insert(OLD[0]._replace(name=name))
     assert "replaced 1" in command("apply", "rules.csv", rules="536936448,3,,4,old,\n")[1]
@@ -333,7 +333,7 @@ def test_two_rules_in_one_place(name, command, model):
 @pytest.mark.parametrize("other", [lambda recorder: recorder.insert(RULE),
                                    lambda recorder: recorder.rules.clear()], ids=["creates", "deletes"])
 def test_two_clients_at_once(other, command, model):
-    """The other one creates the same rule at the same moment, or deletes it."""
+    """Another client creates the same rule at the same moment, or deletes it."""
     recorder = model()
     reply = recorder.reply
 
@@ -404,7 +404,7 @@ kept 1, added 1, replaced 2, deleted 1, refused 1
     missing = f"536936448,3,,,,{GUID}\n"
     assert command("apply", "rules.csv", "--dry-run", rules=missing)[1].startswith("refused  rules.csv:2: ")
     assert recorder.rules == before
-    # A rule that would be refused keeps the one in its place.
+    # If the new rule is refused, the rule in its place stays.
     status, _, errors = command("apply", "rules.csv", rules=missing)
     assert status == 1 and recorder.rules == before
     assert errors == ("rules.csv:2: event 536936448 on channel 3, 'clientRule', schedule " + GUID + ": Error "
@@ -521,7 +521,7 @@ def test_a_recorder_that_is_away(command, monkeypatch, pauses):
 
 
 def serve(head, endless=b""):
-    """Answers one connection; returns the address."""
+    """Answers one connection with `head` and then `endless` again and again; returns the address."""
     def answer_one():
         connection, _ = listener.accept()
         with listener, connection, contextlib.suppress(OSError):
@@ -573,6 +573,7 @@ def test_lists_that_are_not_json(text):
 
 
 def test_on_the_host_recorder(command, recorder, tmp_path, monkeypatch):
+    # The recorder has set the umask, so the new file is private, as ~/.netrc must be.
     login = "machine 127.0.0.1 login {0.user} password {0.password}".format(recorder)
     (tmp_path / ".netrc").write_text(login)
     monkeypatch.setenv("RULE_URL", recorder.url)

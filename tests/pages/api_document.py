@@ -1,4 +1,4 @@
-"""The API document as values."""
+"""Reads the API document, docs/openapi.yaml."""
 
 import pathlib
 
@@ -11,7 +11,8 @@ METHODS = ("GET", "PUT", "POST", "DELETE")
 
 
 def read_responses():
-    """What the document says about the body, by method, or None for any other, and status."""
+    """Yields the method, or None for any other, and the status of each documented answer, with what the
+    document says about its body."""
     operations = {method: PATH[method.lower()]["responses"] for method in METHODS}
     operations[None] = {"200": PATH["x-other-methods"], "401": operations["GET"]["401"]}
     for method, responses in operations.items():

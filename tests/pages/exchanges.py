@@ -19,14 +19,15 @@ LONGEST_TEXT = 1023
 
 
 def read_sources(*folders):
-    """All sources, each text that is in several parts as one."""
+    """Returns all sources as one text, in which string literals of several parts are joined."""
     text = " ".join(path.read_text() for folder in folders
                     for path in (PROJECT / folder).rglob("*") if path.is_file())
     return re.sub(r"\s+", " ", text).replace('" "', "")
 
 
 class Refusal(NamedTuple):
-    """A code in a row of the table of refusals. One that is not a number is passed on unchanged."""
+    """A row of the table of refusals, for one of its codes. Where `code` is no number, the program passes on
+    the result of a library."""
 
     code: str
     text: str
@@ -50,7 +51,7 @@ NEVER_SEEN = {row for row in TABLE if "does not occur" in row.summary}
 
 
 def read_examples():
-    """The examples of refusals, each with its response before it and its row, or None, after it."""
+    """Yields the method and status of each example of a refusal, the example, and its row or None."""
     for name, content in RESPONSES.items():
         for example in content.get("examples", {}).values():
             if example["value"].get("ret_code"):
@@ -63,16 +64,16 @@ EXAMPLES = list(read_examples())
 
 
 def fits(content, value):
-    """Whether the document has a schema there, and the value fits it."""
+    """Whether the value fits the schema that the document has for this content."""
     schema = {**content.get("schema", {"not": {}}), "components": API["components"]}
     return jsonschema.Draft202012Validator(schema).is_valid(value)
 
 
 def check_exchanges(exchanges):
-    """Yields what is not as documented, and refusals that are documented but in no exchange."""
+    """Yields exchanges that are not as documented, and documented refusals that are in no exchange."""
     unseen = {row for _, _, row in EXAMPLES if row}
     for method, body, answer in map(dict.values, exchanges):
-        if not answer:  # the web server gives one
+        if not answer:  # the program left it to the web server
             continue
         head, _, text = answer.partition("\r\n\r\n")
         name = (method if method in METHODS else None, head.split()[1])
@@ -116,8 +117,8 @@ def check_version():
 
 
 def check_lists():
-    """Yields what the program has and a list of it lacks: a code in the order of the checks or in the
-    header of the function that returns it, an action, a URI parameter."""
+    """Yields what the program has but a page or a header does not list: codes in the order of the checks or
+    in the header of the function that returns them, actions and URI parameters."""
     order = REFUSALS.partition("## The order of the checks")[2].partition("\n## ")[0]
     in_order = set(re.findall(r"-\d+", order))
     in_table = {row.code for row in TABLE if row.code.startswith("-")}
@@ -138,7 +139,7 @@ def check_lists():
 
 
 def check_sources():
-    """Yields texts of the sources without a row, and what is documented but not in the sources."""
+    """Yields the refusals of the sources that are in no row, and documented texts that no source contains."""
     program = read_sources("rule_operation")
     texts = set(re.findall(r'(?:REFUSE\(err, [-\w]+, |\berr = )"(.*?)"', program))
     yield from (f"not in docs/refusals.md: {text}" for text in texts - {row.text for row in TABLE})

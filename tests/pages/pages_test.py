@@ -1,4 +1,4 @@
-"""The examples in the pages of docs/, on the host recorder, and the tests that they name."""
+"""Runs the examples in the pages of docs/ on the host recorder, and looks up the tests that they name."""
 
 import base64
 import re

@@ -1,5 +1,6 @@
-"""Uses the page of the API reference as a person would, in a headless browser: browser.py BIN_DIR
-The host recorder serves the page; it loads nothing from elsewhere, shows no errors, and creates a rule."""
+"""Uses the page of the API reference as a person would, in a headless browser:
+reference_in_browser.py BIN_DIR. The page comes from the host recorder. It must load nothing from elsewhere,
+show no errors, and create a rule."""
 
 import sys
 
@@ -7,7 +8,7 @@ from selenium import webdriver
 
 from driver import Recorder, run_command
 
-# No other host has an address for the browser.
+# The browser can resolve no other host.
 OPTIONS = ["--headless=new", "--no-sandbox", "--disable-gpu",
            "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1"]
 
@@ -17,7 +18,7 @@ def find(page, selector):
 
 
 def create_rule(page, recorder):
-    """Sends the example request of the operation. Returns what is shown as the answer."""
+    """Sends the example request that creates a rule. Returns the answer that the page shows."""
     find(page, "#operations-Rules-addRule .opblock-summary").click()
     find(page, "button.authorize").click()
     find(page, "[aria-label=auth-basic-username]").send_keys(recorder.user)

@@ -1,5 +1,6 @@
-"""Lints the API document, as redocly.yaml says, and generates the types of a TypeScript client from it. The
-examples of the document and the rules in docs/api.md must compile with them, and malformed rules must not."""
+"""Lints the API document with the rules of redocly.yaml, and generates the types of a TypeScript client from
+it. The examples of the document and the rules in docs/api.md must compile with these types, and malformed
+rules must not."""
 
 import json
 import pathlib
@@ -19,7 +20,7 @@ NEW_RULE = f'paths["/rule"]["post"]["requestBody"]{MEDIA}'
 
 
 def documented_examples():
-    """Type and value of each example of a request or an answer."""
+    """Yields the type and the value of each example of a request or an answer."""
     contents = {f'["{method.lower()}"]["responses"][{status}]': content
                 for (method, status), content in RESPONSES.items() if method}
     for method in "post", "delete":
@@ -31,13 +32,14 @@ def documented_examples():
 
 
 def shown_rules():
-    """The requests that docs/api.md shows for adding a rule."""
+    """Returns the requests in docs/api.md that add a rule."""
     return [json.loads(body) for command, _ in read_examples(FOLDER.parent / "api.md")
             for body in re.findall(r"func=addRule\" -d '(.*)'", command)]
 
 
 def compile_values(directory, values):
-    """The compiler's messages about values of those types, the first of which is in line 2."""
+    """Returns the compiler's messages about the values, given as pairs of type and value. The first value is
+    on line 2."""
     lines = ['import type { paths } from "./api";']
     lines += [f"export const value{i}: {type_} = {json.dumps(value)};"
               for i, (type_, value) in enumerate(values)]

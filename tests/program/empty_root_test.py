@@ -1,5 +1,5 @@
-"""The program, linked static, in a root directory with only its own file and the recorder's: no library,
-no device, no configuration of the system."""
+"""Runs the static program in a root directory that contains only its own file and the recorder's files: no
+library, no device and no configuration of the system."""
 
 import json
 import os

@@ -1,5 +1,5 @@
-"""The platforms of docs/porting.md with stand-ins for a device's libraries: how the program is linked with
-each of them, and what is installed."""
+"""Builds the program with the platforms of docs/porting.md and stand-ins for a device's libraries, and checks
+how it is linked and what is installed."""
 
 import os
 import re
@@ -33,7 +33,8 @@ def make_library(path, *arguments):
 
 @pytest.fixture(scope="module")
 def directory(tmp_path_factory):
-    """With the platforms and, in lib, the device's libraries; some need another that only they name."""
+    """A directory with the platforms, and with the device's libraries in lib. Some of these need
+    libvendor.so, which no platform names."""
     path = tmp_path_factory.mktemp("porting")
     (path / "lib").mkdir()
     link = ["-x", "none", "-Wl,--no-as-needed", f"-L{path}/lib"]
@@ -51,7 +52,7 @@ def directory(tmp_path_factory):
 
 
 def build(directory, platform, *options):
-    """Builds in one build directory, whatever was built there before; returns what was printed."""
+    """Configures and builds the platform in the build directory that all cases share; returns the output."""
     done = run("cmake", "-S", PROJECT, "-B", directory / "build", "-G", "Ninja", "-DBUILD_TESTING=OFF",
                "-DCMAKE_BUILD_TYPE=Debug", f"-DDEVICE_LIB_DIR={directory}/lib",
                f"-DRULE_PLATFORM_DIR={directory / platform}", *options)

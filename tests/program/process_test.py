@@ -1,4 +1,4 @@
-"""The program's file on the host's platform, without a web server."""
+"""Runs process_test.sh with the program on the host's platform."""
 
 import os
 import pathlib

@@ -1,19 +1,19 @@
 #!/bin/bash
-# The program's file started as a web server starts it, without any service:
+# Starts the program as a web server does, without a configuration service:
 #   process_test.sh PROGRAM [EMULATOR...]
 # EMULATOR... is the beginning of the command that starts a program of another processor. The platform
-# must have cameras on channels 0 and 191 and none on channel 9. The host recorder's takes its files
-# and its user from RULE_RECORDER_DIR and HTTP_AUTHORIZATION.
+# must have cameras on channels 0 and 191 and none on channel 9. The host recorder's platform finds its
+# files and its user in RULE_RECORDER_DIR and HTTP_AUTHORIZATION.
 set -euo pipefail
 
-export LC_ALL=C  # lengths are bytes
+export LC_ALL=C  # ${#text} counts bytes
 failed=0
-# The variables of every process; without them the caller is unknown.
+# The variables of every process, by which the platform knows the caller.
 variables=(REMOTE_USER=admin "HTTP_AUTHORIZATION=${HTTP_AUTHORIZATION:-}"
            "RULE_RECORDER_DIR=${RULE_RECORDER_DIR:-}")
 
-# check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: BODY is the standard input,
-# which stays open after it. The response must be equal byte for byte.
+# check TITLE EXIT_STATUS STATUS EXPECTED_BODY BODY [VARIABLE=VALUE...]: sends BODY on the standard input,
+# which stays open, and compares the response byte for byte.
 check() {
     local input exit_status=0
     printf 'Status: %s\r\nContent-type: application/json\r\n\r\n%s\n\n' "$3" "$4" >"$scratch/expected"
@@ -28,13 +28,13 @@ check() {
     diff "$scratch/expected" "$scratch/response" || { failed=1 && cat "$scratch/log"; }
 }
 
-# post TITLE EXIT_STATUS CODE TEXT BODY QUERY: a POST that is refused.
+# post TITLE EXIT_STATUS CODE TEXT BODY QUERY: checks a POST that is refused.
 post() {
     check "$1" "$2" '400 Bad Request' "{ \"ret_code\": $3, \"ret_mesg\": \"$4\" }" "$5" \
         REQUEST_METHOD=POST QUERY_STRING="$6" CONTENT_LENGTH=${#5}
 }
 
-# on_channel CHANNEL [MEMBERS]: a request document with further MEMBERS of its rule.
+# on_channel CHANNEL [MEMBERS]: prints a request document whose rule has MEMBERS besides the event.
 on_channel() {
     printf '{"rule":{"event":[{"eventID":536936448,"camera":[{"chIdx":%s}]}]%s}}' "$1" "${2:-}"
 }

@@ -1,4 +1,4 @@
-"""The configuration service over HTTP: what it accepts, refuses and stores, and its limits."""
+"""Tests the configuration service over HTTP: what it accepts, refuses and stores, and its limits."""
 
 import base64
 import contextlib
@@ -23,7 +23,7 @@ SCHEDULE_GUID = "5c4ed01e000000000000000000000003"
 RULE_GUID = "3333333333AAAAAAAAAAAAAAAAAA0003"
 SHARING_GUID = "3333333333bbbbbbbbbbbbbbbbbb0003"
 
-# The text in b64() is sent encoded.
+# The tests replace b64(TEXT) by TEXT in base64 before they send a document.
 EVENT = (
     f'{{"name": "e", "isGroup": false, "description": "d", "GUID": "{EVENT_GUID}", "type": 3, '
     '"active": false, "content": "b64(<event_profile><EventID>-7</EventID><SourceNum>1</SourceNum>'
@@ -72,7 +72,8 @@ def with_body(size):
     return POST + b"Content-Type: application/json\r\nContent-Length: %d\r\n\r\n" % size
 
 
-# A request, the status of its reply and the reply, unless the web server library answers.
+# Requests, each with the status and the body of the reply. The body is None where the web server library
+# answers with a text of its own.
 REQUESTS = {
     "longest header": (with_header(8192), 200, NO_RULES),
     "header too long": (with_header(8193), 431, None),
@@ -88,7 +89,7 @@ REQUESTS = {
     "form in a browser": (POST + b"\r\n", 403, NO_PROGRAM),
 }
 
-# What each of these, in the place of a part of WHOLE_RULE, is refused with.
+# Parts of WHOLE_RULE, what replaces them, and the text with which the result is refused.
 NO_DOCUMENT = "the body is not a JSON document: "
 NO_TEXT = "call 0: name has a zero byte or is not UTF-8"
 NO_GUID = " is not 32 hexadecimal digits"
@@ -177,7 +178,7 @@ def test_what_is_not_a_whole_rule_is_refused_and_nothing_of_it_kept(service):
 
 
 def test_what_is_kept_and_what_a_deletion_takes_along(service):
-    # The longest name, with what a JSON text escapes, and the deepest document.
+    # The longest name, with characters that JSON escapes, and the deepest document.
     event = EVENT.replace('"e"', '"' + 4094 * "[" + r'\"\\"')
     event = event.replace("<S", 31 * "<a>" + 31 * "</a>" + "<S", 1)
     assert post(WHOLE_RULE.replace(EVENT, event)) == SUCCESS
@@ -199,7 +200,7 @@ def test_what_is_kept_and_what_a_deletion_takes_along(service):
     assert ask("GET", "/cfg/Rule") == NO_RULES
 
 
-# What is in the list of a rule with a name of several bytes a character.
+# The list of rules with one rule, whose name has characters of several bytes.
 LIST = ('{"ruleList": [{"GUID": "%s", "name": "ä€\\u0001", "content": {"rule": {"EventProfileNum": "1", '
         '"EventProfiles": {"evtpf0": "%s"}, "TimeProfile": "%s", "ActionProfileNum": "1", '
         '"ActionProfiles": {"actpf0": "%s"}}}, "event": [{"GUID": "%s", "name": "e", "content": '
@@ -210,7 +211,8 @@ LIST = ('{"ruleList": [{"GUID": "%s", "name": "ä€\\u0001", "content": {"rule"
 
 
 def test_database_of_the_version_before(service):
-    """It has no column with what the list shows. The first of two elements of one name counts."""
+    """A database of 1.0.0 has no column `entry`, so the conversion must compute it. Of two elements with the
+    same name the first counts."""
     named = WHOLE_RULE.replace('"r"', '"ä€\\u0001"').replace("</event_p", "<a/><a>7</a></event_p")
     assert post(named) == SUCCESS and ask("GET", "/host/ruleList") == LIST
     service.service.send_signal(signal.SIGSTOP)
@@ -263,7 +265,7 @@ def test_silent_clients_keep_others_waiting_for_a_while_only(service):
 
 def test_full_disk_is_answered(service):
     stop(service.service)
-    # A file may only grow to the size of the index of the write-ahead log.
+    # The limit lets no file grow beyond the size of the index of the write-ahead log.
     service.start_service(["prlimit", "--fsize=32768"])
     assert post(WHOLE_RULE.replace('"d"', f'"{32768 * "d"}"')) == refusal(
         0x94062A09, "database: disk I/O error")

@@ -1,5 +1,5 @@
-"""The platform of the development machine: how the program handles a request, the recorder's files and a
-service that answers with given bytes."""
+"""Tests the platform of the development machine: how the program handles requests, the recorder's files, and
+a service that answers with given bytes."""
 
 import base64
 import contextlib
@@ -29,23 +29,23 @@ def recorder(bin_dir):
 
 
 def log_messages(recorder):
-    """The messages in the log after the torn line, each on a line of the usual form."""
+    """Returns the messages that follow the torn line in the log. Each must be on a line of the usual form."""
     torn, *lines = (recorder.state / "rule.log").read_text().split("\n")
     assert torn == "torn"
     return [re.fullmatch(r"\S{19}\.\d{6}Z \[\d+\] (.*)", line)[1] for line in lines[:-1]]
 
 
 def ask(recorder, method, body=b"", query="func=addRule", *variables):
-    """The body of the program's answer, and what it has logged."""
+    """Sends a request to the program. Returns the body of its answer and the messages that it has logged."""
     (recorder.state / "rule.log").write_text("torn")
     done = recorder.run_program(method, body, query, ["env", *variables])
-    # Without cameras the program ends at once, with all that it holds.
+    # Without cameras the program ends at once and releases nothing, which a sanitizer may report.
     assert not done.stderr or not done.stdout
     return done.stdout.decode().partition("\r\n\r\n")[2].rstrip("\n"), log_messages(recorder)
 
 
 def accept(server, program):
-    """The connection of a program, or None if it ends without one."""
+    """Accepts the connection of a program; returns None if the program ends without one."""
     server.settimeout(0.1)
     while not program.done():
         with contextlib.suppress(TimeoutError):
@@ -53,7 +53,7 @@ def accept(server, program):
 
 
 def exchange(recorder, reply, method="GET", body=b""):
-    """What `ask` returns, and the request to a service that sends these bytes."""
+    """Lets a service send `reply`. Returns what `ask` returns, and the request that the service received."""
     with socket.create_server(SERVICE) as server, ThreadPoolExecutor() as pool:
         asked = pool.submit(ask, recorder, method, body)
         connection = accept(server, asked)
@@ -73,7 +73,7 @@ def refusal(code, text="Request failed"):
 
 
 def failed_call(result, reason):
-    """What `ask` returns when the call for the list of rules fails."""
+    """The result of `ask` when the call for the list of rules fails."""
     return refusal(-1201), [f"Configuration service: GET 127.0.0.1:10141/host/ruleList: {reason}",
                             f"Rule list: the call failed with {result}"]
 
@@ -82,11 +82,11 @@ PLAIN = b"HTTP/1.1 200 OK\r\n\r\n"
 
 
 def long_header(size):
-    """The limit is for what comes after the first line, which the program has already taken in."""
+    """Returns a header of `size` bytes after its first line, which the limit does not include."""
     return PLAIN[:-2] + b"X: %b\r\n\r\n" % ((size - 7) * b"x")
 
 
-# The reply to the call for the list of rules, the result of the call, and why it failed.
+# Replies to the call for the list of rules, each with the result of the call and the reason of the failure.
 FAILED_CALLS = {
     "header too long": (long_header(16385), -1004, "the reply is too large"),
     "body too long": (PLAIN + bytes(128 * MIB + 1), -1004, "the reply is too large"),
@@ -104,7 +104,7 @@ def test_call_that_fails(reply, result, reason, recorder):
 
 
 def test_exchange_ends_in_time(recorder):
-    """Whether the service accepts no connection or sends a byte now and then."""
+    """One program waits for a connection, and another one gets a byte now and then."""
     (recorder.state / "rule.log").write_text("torn\n")
     with socket.create_server(SERVICE, backlog=0) as server, ThreadPoolExecutor() as pool:
         start = time.monotonic()
@@ -152,7 +152,7 @@ def test_reply_with_a_rule_list(reply, messages, recorder):
 
 
 def test_largest_rule_list(recorder):
-    """Of 192 channels with 25 events each, and names as long as they can be."""
+    """The list has rules for 192 channels with 25 events each, and all names have the greatest length."""
     recorder.start_service()
     name = "\x01" * 662  # each takes six bytes in a body of 4,095
     assert b'"ret_code": 0' in recorder.run_program("POST", new_rule(name=name)).stdout
@@ -180,7 +180,7 @@ def basic(text):
     return b"Basic " + base64.b64encode(text.encode())
 
 
-# The users file, the header, and why the client is refused, if it is.
+# The users file, the header, and the reason in the log, or None if the client is accepted.
 @pytest.mark.parametrize("users, header, reason", [
     (USERS, basic("a:se:cret").replace(b"Basic", b"bASIC "), None),
     (USERS, basic(f"{LONG_NAME}:se:cret"), f"user [{LONG_NAME}] refused"),
@@ -202,7 +202,7 @@ def test_only_known_credentials_pass(users, header, reason, recorder):
 
 
 def without_cameras(recorder):
-    """Why the program, which then ends, has no cameras, and the result of loading them."""
+    """Starts the program, which must fail to load the cameras. Returns the reason and the result of that."""
     answer, (reason, result) = ask(recorder, "PUT")
     assert answer == ""
     return reason.removeprefix("Camera configuration: "), int(result.rpartition("ret=")[2])

@@ -1,4 +1,4 @@
-"""Clients that leave or fall silent, and a disk that is full, with the web server of the host recorder."""
+"""Tests the host recorder's web server with clients that leave or fall silent, and with a full disk."""
 
 import base64
 import json
@@ -26,24 +26,24 @@ def test_body_that_does_not_arrive_starts_no_program(recorder):
     with recorder.connect() as connection:
         send_head(connection, recorder, length=9)
         connection.sendall(b"{}")
-        # Answered without a program, after what the web server has received before.
+        # The web server answers this request without a program, and only after the bytes before it.
         assert recorder.client.request("GET", ".bak").status == 404
         assert not recorder.running_programs()
 
 
 def test_clients_gone_while_the_service_is_silent(recorder):
-    """Both programs wait for the service when their clients go. The web server notices only the
-    reset, and ends that program; the other one finishes."""
+    """Both programs are waiting for the service when their clients go. The web server notices only the
+    connection that is reset, and ends its program; the other program finishes."""
     bodies = [json.dumps(Rule(536936448, channel).document()).encode() for channel in (3, 4)]
     with recorder.connect() as leaving, recorder.connect() as resetting:
         recorder.service.send_signal(signal.SIGSTOP)
         send_head(leaving, recorder, len(bodies[0]))
         leaving.sendall(bodies[0])
         send_head(resetting, recorder, len(bodies[1]), "Expect: 100-continue\r\n")
-        # Closing with "100 Continue" unread is what resets the connection.
+        # Closing a connection resets it if a byte is unread, such as those of "100 Continue".
         assert select.select([resetting], [], [], 60)[0]
         resetting.sendall(bodies[1])
-        # The web server cannot end a process that does not run the program yet.
+        # The web server can end a process only once it runs the program.
         assert wait_until(lambda: len(recorder.running_programs()) == 2 and
                           "lighttpd" not in recorder.running_programs())
     assert wait_until(lambda: len(recorder.running_programs()) == 1)
@@ -56,7 +56,7 @@ def test_long_list_with_a_full_disk(recorder):
     for channel in 0, 1, 2, 4, 5, 6, 7, 10, 191:
         for event in 537264129, 537264130:
             recorder.client.add(Rule(event, channel, record=channel, name=3800 * "0"))
-    # All that the web server can write to a file; it keeps some 64 KiB of an answer in memory.
+    # The web server can write 8 KiB to a file, and keeps some 64 KiB of an answer in memory.
     full_disk = ["env", "--ignore-signal=XFSZ", "prlimit", "--fsize=8192"]
     web, url = recorder.start_web_server(recorder.program, full_disk)
     client = RuleClient(url, recorder.user, recorder.password)

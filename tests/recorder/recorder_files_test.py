@@ -1,4 +1,4 @@
-"""The recorder's files on a machine with other users."""
+"""Tests that the recorder's files are safe on a machine with other users."""
 
 import os
 import shutil
@@ -15,7 +15,7 @@ from recorder_files import RecorderError, lock_machine, make_scratch_directory, 
 @pytest.mark.parametrize("owner, mode, is_safe", [
     (0, 0o770, False), (0, 0o707, False), (0, 0o1777, True), (65534, 0o755, False)])
 def test_directory_around_it(tmp_path, owner, mode, is_safe):
-    """It must not be one in which others can rename what is in it."""
+    """A recorder's directory is refused if other users can rename it."""
     around, link = tmp_path / "around", tmp_path / "link"
     (around / "state").mkdir(parents=True)
     link.symlink_to(around / "state")

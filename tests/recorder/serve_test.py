@@ -1,4 +1,4 @@
-"""scripts/recorder's program, as a user starts, ends and kills it."""
+"""Tests the program behind scripts/recorder as a user starts, ends and kills it."""
 
 import contextlib
 import itertools
@@ -13,14 +13,14 @@ import pytest
 
 from driver import PROJECT, RuleClient, is_open, wait_until
 
-# With the programs of the first argument in place of those of the usual build.
+# Serves the programs in the directory that the first argument names instead of those of the usual build.
 PROGRAM = "import sys, serve; serve.BUILT_PROGRAMS = sys.argv.pop(1); serve.run_command(serve.main)"
 COMMAND = [PROJECT / "scripts/lib/python", "-c", PROGRAM]
 
 
 @contextlib.contextmanager
 def served(bin_dir, state):
-    """The process of a recorder and a client for it; the recorder has printed how to reach it."""
+    """Starts a recorder and waits until it has printed its address. Yields its process and a client."""
     process = subprocess.Popen([*COMMAND, bin_dir, "--state", state], text=True,
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     with process:

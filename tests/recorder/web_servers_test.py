@@ -1,4 +1,4 @@
-"""The rule endpoint with the web servers of docs/web-servers.md, set up as that page says."""
+"""Tests the rule endpoint with the web servers of docs/web-servers.md, set up as that page says."""
 
 import os
 import pathlib
@@ -15,7 +15,7 @@ from driver import PROJECT, SERVICE_URL, Rule, RuleClient, free_port, is_open, w
 PAGE = (PROJECT / "docs/web-servers.md").read_text()
 PROGRAM = "/usr/libexec/rule_operation/rule_operation.cgi"
 ADD = "?func=addRule"
-# The others are a method and nothing else.
+# The other rows of the page's last table are a method and nothing else.
 REQUESTS = {
     "PUT to `/some/path` after the address": ("PUT", "/some/path"),
     "GET of `.bak` after the address": ("GET", ".bak"),
@@ -64,7 +64,7 @@ http {
     }
 }
 """
-# The configuration, the commands and the path of the endpoint.
+# The configuration of each web server, its commands, and the path of the endpoint.
 SERVERS = {
     "lighttpd": (LIGHTTPD, ["lighttpd -D -f STATE/configuration"], "/rule"),
     "Apache": (APACHE, ["apache2 -DFOREGROUND -f STATE/configuration"], "/rule"),
@@ -74,7 +74,7 @@ SERVERS = {
                 ["busybox httpd -f -p 127.0.0.1:PORT -h STATE/www -c STATE/configuration"],
                 "/cgi-bin/rule"),
 }
-# Apache does not serve as root. This user reads and writes root's files nevertheless.
+# Apache does not serve as root. This other user may still read and write root's files.
 OTHER_USER = ["setpriv", "--reuid=1", "--regid=1", "--clear-groups", "--pdeathsig", "TERM",
               "--inh-caps=+dac_override", "--ambient-caps=+dac_override"]
 
@@ -85,7 +85,7 @@ def listens(path):
 
 
 def lines_of_the_page(name, trusting):
-    """What the page has for a platform that trusts the web server, or for one that does not."""
+    """Returns the lines of the page for a platform that trusts the web server, or for one that does not."""
     lines, *more = re.findall(rf"^```{name.lower()}\n(.*?)^```", PAGE, re.DOTALL | re.MULTILINE)
     if not trusting or not more:
         return lines
@@ -98,7 +98,7 @@ def trusting_program(recorder):
 
 
 def start_web_server(name, trusting, program, recorder):
-    """Starts the web server until the recorder's end; returns the address of the endpoint."""
+    """Starts the web server, which ends with the recorder. Returns the address of the endpoint."""
     port = free_port(None)
     state = pathlib.Path(tempfile.mkdtemp(dir=recorder.state))
     (state / "www/cgi-bin").mkdir(parents=True)
@@ -125,7 +125,7 @@ def start_web_server(name, trusting, program, recorder):
             *(OTHER_USER if os.geteuid() == 0 else []), *own(command).split(),
             env={"RULE_RECORDER_DIR": recorder.state if program == recorder.program else state,
                  "PATH": os.environ["PATH"] + ":/usr/sbin"})
-    # nginx does not wait for fcgiwrap.
+    # nginx listens whether or not fcgiwrap does.
     assert wait_until(lambda: is_open(port) and
                       (name != "nginx" or listens(state / "fcgiwrap.socket")))
     return f"http://127.0.0.1:{port}{path}"
@@ -137,7 +137,7 @@ def outcome(answer):
 
 
 def check_every_row(url, recorder, trusting, *options):
-    """Runs the command that checks a recorder; returns its exit status."""
+    """Runs client/check_recorder.py with all of its options; returns its exit status."""
     if not trusting:
         options += ("--service", SERVICE_URL, "--stop-service", f"kill -STOP {recorder.service.pid}",
                     "--start-service", f"kill -CONT {recorder.service.pid}")
@@ -150,8 +150,8 @@ def check_every_row(url, recorder, trusting, *options):
 @pytest.mark.parametrize("name, trusting", [
     (name, trusting) for name in SERVERS for trusting in (False, True) if trusting or name != "BusyBox"])
 def test_web_server(name, trusting, recorder, capsys):
-    """The host's platform checks credentials itself; that of the whole device trusts the web server.
-    lighttpd with the host's platform is the web server of the host recorder."""
+    """The host's platform checks credentials itself; the platform of the whole device trusts the web server.
+    The host recorder itself is lighttpd with the host's platform."""
     is_own = name == "lighttpd" and not trusting
     program = trusting_program(recorder) if trusting else recorder.program
     url = recorder.url if is_own else start_web_server(name, trusting, program, recorder)

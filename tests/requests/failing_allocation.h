@@ -1,6 +1,6 @@
-// Linked with the linker's --wrap for malloc, calloc, realloc and aligned_alloc, a program's
-// archives call these functions first.
+// Lets allocations fail. The program must be linked with the linker's --wrap for malloc, calloc,
+// realloc and aligned_alloc; the code in its archives then asks `allocation_fails` first.
 #pragma once
 
-// Defined by the program: whether the allocation that has begun fails.
+// Whether the current allocation is to fail. The program defines this function.
 bool allocation_fails();

@@ -26,7 +26,7 @@
 // The program's own `main`, under this name in the test programs.
 int rule_operation_main();
 
-// The parameter that was found last.
+// Holds the URI parameter that was found last.
 struct tagINPUT : st_cgi_parameter {
 };
 
@@ -37,10 +37,10 @@ namespace
 struct AllocationCount {
     bool is_on;
     long count;
-    long failing;  // 0 is none
+    long failing;  // the number of the one that fails, or 0
 } allocations;
 
-// The program's standard output, as far as it was flushed.
+// The program's standard output, up to the last flush.
 char* output = nullptr;
 size_t output_length = 0;
 
@@ -49,14 +49,14 @@ Json::Value& answers(const char* word)
     return fake_platform().answers[word];
 }
 
-// Records a call, whose parts are separated by blanks.
+// Records a call as its parts, separated by blanks. Throws or terminates if the request says so.
 template <typename... Parts>
 void record(const char* name, Parts... parts)
 {
     std::ostringstream call;
     call << name;
     ((call << ' ' << parts), ...);
-    errno = ENOMEM;  // a call may leave it so
+    errno = ENOMEM;  // a library may leave any value there
     fake_platform().calls.push_back(call.str());
     if (answers("throwing_at").asUInt() == fake_platform().calls.size()) {
         throw std::runtime_error(call.str());
@@ -129,7 +129,7 @@ Outcome run_request(const Json::Value& request)
     return outcome;
 }
 
-// The end of a process without an outcome: what it has answered goes to the real standard output.
+// Ends the process without an outcome. The response so far goes to the real standard output.
 extern "C" void __wrap__Exit(int status)
 {
     static_cast<void>(!write(STDOUT_FILENO, output, output_length));
@@ -138,7 +138,7 @@ extern "C" void __wrap__Exit(int status)
 
 bool allocation_fails()
 {
-    errno = ENOMEM;  // an allocation that succeeds may leave it so
+    errno = ENOMEM;  // a successful allocation may leave this value
     return allocations.is_on && ++allocations.count == allocations.failing;
 }
 
@@ -150,7 +150,7 @@ void register_signal_handler()
 tagINPUT* CGI_Get_Input_URL()
 {
     record("input");
-    // Not owned by the caller: without the camera table nothing is released.
+    // Static, because the program does not release it when there is no camera table.
     static tagINPUT input;
     return fake_platform().answers.isMember("input") ? nullptr : &input;
 }
@@ -204,7 +204,7 @@ int get_all_rules(json_object** out)
     record("rules");
     const int result = answers("rules")[0].asInt();
     if (result == 0) {
-        allocations.is_on = false;  // json-c's parser does not survive a lack of memory
+        allocations.is_on = false;  // json-c's parser does not survive a failed allocation
         json_tokener* const tokener = json_tokener_new_ex(4000);
         json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
         *out = json_tokener_parse_ex(tokener, answers("rules")[1].asCString(), -1);
@@ -251,7 +251,7 @@ long rova_DELETE_request(const char* host, int port, const char* path, query_obj
     return reply_with(answered, reply);
 }
 
-// Not base64, so that the documents of a test can be read.
+// Leaves the documents readable instead of encoding them, so that tests can compare them.
 int b64_encode_v2(const unsigned char* data, size_t length, std::string& encoded)
 {
     encoded += "b64(" + std::string(reinterpret_cast<const char*>(data), length) + ")";
@@ -272,7 +272,7 @@ extern "C" int usleep(unsigned int useconds)
     return 0;
 }
 
-// Each call is one later.
+// The clock advances by one with each call.
 int64_t current_time_stamp()
 {
     const int64_t now = answers("clock").asInt64();

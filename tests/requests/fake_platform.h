@@ -1,5 +1,5 @@
 // Runs a request through the program's own `main`, in this process, on a scriptable platform that
-// also records its calls.
+// records its calls.
 #pragma once
 
 #include <json/value.h>
@@ -8,32 +8,32 @@
 #include <vector>
 
 struct FakePlatform {
-    // What the platform answers, by the words of request_cases.txt: a call has its result, or its
-    // result and its reply; null is what is not there.
+    // What the platform answers, by the words of request_cases.txt: the result of a call, or an
+    // array of its result and its reply. Null stands for something that is missing.
     Json::Value answers;
 
-    std::vector<std::string> calls;  // each with its arguments
+    std::vector<std::string> calls;  // the name of each, followed by its arguments
     std::vector<std::string> log;
-    unsigned int pauses = 0;  // in microseconds; they pass at once
+    unsigned int pauses = 0;  // the sum in microseconds; no time passes
 };
 
-// The one platform of this process, as the last request has left it.
+// The only platform of this process, in the state in which the last request left it.
 FakePlatform& fake_platform();
 
-// The answer of a service.
+// An answer of a service, for FakePlatform::answers.
 Json::Value answer(Json::Int64 result, const std::string& reply);
 
 struct Outcome {
     std::string response;
     int exit_status;   // as `main` returns it
-    long allocations;  // how often the JSON libraries allocated, when they are linked in
+    long allocations;  // of the JSON libraries, if these are linked from archives
 };
 
-// The members of `request` have the names of the words in request_cases.txt: "method", "path",
-// "length" and "body", and what the platform answers other than usual. "throwing_at" and
-// "terminating_at" are the positions, from 1, of a call that throws and of one that terminates the
-// process, and "allocation" that of an allocation that fails.
+// The members of `request` are words of request_cases.txt: "method", "path", "length" and "body",
+// and those for unusual answers of the platform. Three more are positions, counted from 1:
+// "throwing_at" of a call that throws, "terminating_at" of a call that terminates the process, and
+// "allocation" of an allocation that fails.
 //
-// Usually cameras are on channels 1, 3, 10 and 191, there is an all-day profile, no rule, and the
+// By default there are cameras on channels 1, 3, 10 and 191, an all-day profile, no rules and the
 // URI parameter func=addRule, and every call succeeds.
 Outcome run_request(const Json::Value& request);

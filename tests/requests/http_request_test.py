@@ -1,4 +1,4 @@
-"""The cases of request_cases.txt that need no scripted platform, as a client meets them."""
+"""Sends the cases of request_cases.txt that need no scripted platform to a whole recorder over HTTP."""
 
 import urllib.parse
 

@@ -30,8 +30,8 @@ GIVEN_REPEATEDLY = {"camera": read_camera, "deletion": read_reply}
 class Case:
     def __init__(self, name, definitions):
         self.name = name
-        self.given = {"method": "POST", "body": definitions["ADD_RULE"]}  # what the harness reads
-        self.answer = None  # code and text of an envelope, or None and the text of a document
+        self.given = {"method": "POST", "body": definitions["ADD_RULE"]}  # the input of request_harness
+        self.answer = None  # the code and text of an envelope, or None and the text of a document
         self.exit_status = None
         self.posts, self.creates, self.deletes, self.log = [], [], [], []
 
@@ -56,7 +56,7 @@ class Case:
 
 
 def split_argument(text):
-    """The argument in parentheses at the start of a text, or None, and the rest of the text."""
+    """Splits a text into the argument in parentheses at its start, or None, and the rest."""
     if not text.startswith("("):
         return None, text
     for end in range(1, len(text) + 1):
@@ -69,7 +69,7 @@ def expand(text, definitions):
     def repeat(match):
         return "".join(match[1].replace("#", str(count)) for count in range(int(match[2])))
 
-    while "$" in text:  # the last name first, because no other is in its argument
+    while "$" in text:  # the last name first: its argument contains no other name
         before, _, after = text.rpartition("$")
         name = re.match("[A-Z_]*", after)[0]
         argument, rest = split_argument(after[len(name):])
@@ -82,8 +82,8 @@ def expand(text, definitions):
 
 
 def read_cases():
-    """The cases of the file, and the request that is usual in them. A mistake is a ValueError that says
-    where it is."""
+    """Returns the cases of the file and the request that they start from. Raises ValueError with the line of
+    a mistake in the file."""
     definitions, cases = {}, []
     line_number = 1
     for line in re.split(r"\n(?!  )", FILE.read_text(encoding="utf-8")):

@@ -1,5 +1,6 @@
-// Runs a request, given as a JSON object on standard input, and prints the outcome as another.
-// A "message" is logged after the request: no message of the program is as long as one may be.
+// Runs a request, given as a JSON object on standard input, and prints the outcome as another one.
+// If the request has a "message", it is logged afterwards: no message of the program itself reaches
+// the limit for log messages.
 #include <json/json.h>
 
 #include <iostream>
@@ -28,6 +29,6 @@ int main()
         result["log"].append(message);
     }
     Json::StreamWriterBuilder writer;
-    writer["emitUTF8"] = true;  // the bytes as they are
+    writer["emitUTF8"] = true;  // prints bytes unchanged instead of escaping them
     std::cout << Json::writeString(writer, result);
 }

@@ -1,4 +1,4 @@
-"""The cases of request_cases.txt, through the program's own `main` on a scripted platform."""
+"""Runs the cases of request_cases.txt through the program's own `main` on a scripted platform."""
 
 import json
 import os
@@ -11,8 +11,8 @@ from driver import PROJECT, record_exchange
 from request_cases import CASES, USUAL
 
 STATUS = {None: "200 OK", 0: "200 OK", -3: "200 OK", -2: "401 Unauthorized"}
-FIXED = "127.0.0.1 10141 15 0 0 0 0"  # arguments of every call of a service
-# What the program asks for a method, besides the deletions and the creation of a rule.
+FIXED = "127.0.0.1 10141 15 0 0 0 0"  # the arguments that every call of a service has in common
+# The calls that the program makes for each method, besides those that create or delete a rule.
 ASKED = {
     "GET": ["rules"],
     "POST": ["parameter func 0", f"GET {FIXED} /cfg/Schedule 0", "rules"],
@@ -21,7 +21,7 @@ ASKED = {
 
 
 def find_log_places():
-    """Function and line of each place in the program that logs."""
+    """Yields the function and line of each place in the program that logs."""
     for source in (PROJECT / "rule_operation").rglob("*.cpp"):
         for number, line in enumerate(source.read_text().splitlines(), 1):
             if definition := re.match(r"[a-z].*?(\w+)\(", line):
@@ -34,8 +34,8 @@ LOG_PLACES = set(find_log_places())
 
 
 def run(bin_dir, given, prefix=()):
-    """The outcome of a request. Bytes that are not UTF-8 are kept on both ways. `prefix` is the beginning
-    of the command that starts the process."""
+    """Returns the outcome of a request. Bytes that are not UTF-8 are preserved in both directions. `prefix`
+    is the beginning of the command that starts the process."""
     print(json.dumps(given))  # shown when the test fails
     request = json.dumps(given, ensure_ascii=False)
     done = subprocess.run([*prefix, f"{bin_dir}/request_harness"], input=os.fsencode(request),
@@ -58,12 +58,13 @@ def response_to(answer):
 
 
 def check_calls(case, outcome):
-    """A refusal ends them early. A rule is created last, when nothing else can refuse it."""
+    """Checks the calls of the platform: they are the usual ones for the method, a refusal ends them early,
+    and the last one creates the rule."""
     given, calls = case.given, outcome["calls"]
     body = len(os.fsencode(given["body"]))
     reads = [call for call in calls if call.startswith("read ")]
     if "length" not in given and "table" not in given:
-        rest = range(body if body < 4096 else 0, 0, -100)  # it comes in pieces of 100 bytes
+        rest = range(body if body < 4096 else 0, 0, -100)  # the platform delivers pieces of 100 bytes
         assert reads == [f"read 1 {length}" for length in rest]
     if case.answer:
         handle = "null" if "input" in given else "input"
@@ -128,7 +129,7 @@ def test_events_are_those_of_the_api_document(bin_dir):
 
 
 def test_an_exception_is_answered_once(bin_dir):
-    """Wherever in the platform it comes from, and no signal ends the process."""
+    """Each call of the platform throws in turn, and the client gets exactly one answer."""
     count = len(run(bin_dir, USUAL)["calls"])
     for position in range(1, count):
         outcome = run(bin_dir, {**USUAL, "throwing_at": position})
@@ -138,7 +139,7 @@ def test_an_exception_is_answered_once(bin_dir):
 
 
 def test_a_process_that_cannot_go_on_has_answered_once(bin_dir):
-    """When no exception can be thrown, or none may be: the last call releases the parameters."""
+    """Calls that terminate the process, and an exception from the last call, which follows the response."""
     usual = run(bin_dir, USUAL)
     count = len(usual["calls"])
     for faults, response in (
@@ -163,7 +164,7 @@ def test_a_lack_of_memory_is_answered_or_harmless(bin_dir):
 
 @pytest.mark.parametrize("method, answer", [("GET", '"GUID": "999"'), ("POST", "Add Rule successful")])
 def test_long_list_where_the_heap_cannot_grow(method, answer, bin_dir):
-    """The allocator then takes other memory, and an allocation that succeeds leaves ENOMEM behind."""
+    """The allocator then maps other memory, so an allocation succeeds but leaves ENOMEM in errno."""
     rules = [{"GUID": f"{guid}", "name": 2000 * "N"} for guid in range(1000)]
     given = {**USUAL, "method": method, "rules": [0, json.dumps({"ruleList": rules})]}
     assert answer in run(bin_dir, given, ["prlimit", "--data=0:unlimited"])["response"]

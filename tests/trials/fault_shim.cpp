@@ -1,8 +1,9 @@
-// Linked into a program with the linker's --wrap for each function here and in
-// failing_allocation.cpp, this makes allocations fail, or transfers stop short. The environment
-// variable RULE_FAULT says which: "memory:17" the seventeenth allocation, "transfer:3+" the third
-// transfer and all after it. They are counted in the file that RULE_FAULT_COUNT names, which must
-// hold a zero.
+// Makes allocations of a program fail, or its transfers stop short. The program must be linked with
+// the linker's --wrap for each function here and in failing_allocation.cpp.
+//
+// The environment variable RULE_FAULT chooses the fault: "memory:17" is the seventeenth allocation,
+// "transfer:3+" the third transfer and all after it. They are counted in the file that
+// RULE_FAULT_COUNT names, which must contain a zero of type `long`.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -43,7 +44,7 @@ bool strikes(std::string_view kind)
     return *count == first || (*count > first && *end == '+');
 }
 
-// Event counters and the pipe of signals take their few bytes as a whole.
+// Transfers of a few bytes, to event counters and the pipe of signals, are never cut short.
 size_t part_of(size_t length)
 {
     constexpr size_t NEVER_CUT = 8;
@@ -79,7 +80,8 @@ extern "C" ssize_t __wrap_recvmsg(int socket, msghdr* message, int flags)
     return __real_recvmsg(socket, message, flags);
 }
 
-// Whoever waits for a socket after a part was sent needs one that was really full.
+// Shrinks the socket's buffer instead of the message: a caller that waits for a socket after it has
+// sent a part needs one that is really full.
 extern "C" ssize_t __real_sendmsg(int socket, const msghdr* message, int flags);
 extern "C" ssize_t __wrap_sendmsg(int socket, const msghdr* message, int flags)
 {

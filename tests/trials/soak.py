@@ -20,9 +20,9 @@ LONGEST_ROUND = 0.15  # seconds from the first request to the kill
 
 
 class Client(RuleClient):
-    """A client with rules of its own, of which it keeps account. No other client makes rules for the
-    same event and channel, and while services are killed for the same channel: a deletion that is
-    sent again could meet a new rule with the GUID of the old one. Each answer must be well formed."""
+    """A client that records which rules it has created. No other client creates rules for the same event and
+    channel. While services are killed, no other client uses the same channel at all: a deletion that is
+    sent again could hit a new rule with the GUID of the old one. Each answer must be well formed."""
 
     def __init__(self, recorder, number, pauses):
         super().__init__(recorder.url, recorder.user, recorder.password)
@@ -73,8 +73,8 @@ def kill_service(recorder):
 
 
 def run_trial(recorder, clients, requests, kills):
-    """Lets each client send requests, once or with each of so many kills, and holds the rules that are
-    then there against the accounts."""
+    """Lets each client send requests, once or with each of so many kills, and compares the rules on the
+    recorder with those that the clients have recorded."""
     for _ in range(kills or 1):
         with concurrent.futures.ThreadPoolExecutor(len(clients)) as pool:
             running = [pool.submit(client.run, requests) for client in clients]
@@ -92,7 +92,7 @@ def run_trial(recorder, clients, requests, kills):
 
 
 def soak(bin_dir, count, requests, kills):
-    """The figures of a trial with so many clients, after which the recorder must be as it was before."""
+    """Runs a trial with `count` clients and returns its figures. The recorder must be sound afterwards."""
     with Recorder(bin_dir) as recorder:
         recorder.start()
         pauses = [0.05] * 200 if kills else []  # nothing fails without a kill

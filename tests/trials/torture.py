@@ -21,10 +21,10 @@ EVENT = 0x20010000
 RULE = Rule(EVENT, 3, record=4, name='Dock "east" \\ / \t\u00e9, gate of the long ramp')
 KEPT = [Rule(EVENT, channel, record=record, name=f"{'Long name ' * 90}{channel}")
         for channel, record in ((5, None), (6, 6), (7, None), (10, 10))]
-NO_RULE = "F" * 32  # a GUID that none has
+NO_RULE = "F" * 32  # a GUID that no rule has
 
-# The faults: those of tests/trials/fault_shim.cpp, and system calls, by what they are made to return. EINTR
-# only where a process that was stopped and continued can see it.
+# The faults: those of tests/trials/fault_shim.cpp, and system calls, grouped by the value or error that they
+# return. EINTR is only for calls in which a process that was stopped and continued can see it.
 SHIM_KINDS = ("memory", "transfer")
 ERRORS = {
     "0": "brk",
@@ -65,7 +65,7 @@ ALLOWED = [
     Allowed("GET", (-1201,), "Request failed"),
     Allowed("GET", (-1205,), "Request failed"),
 ]
-# After these the answer is the usual one.
+# Faults after which the answer must be the usual one.
 HARMLESS = re.compile(r"transfer:.*|\w+=EINTR:.*")
 NO_CAMERAS = -1101 & 0xFF  # the exit status without an answer
 # Faults after which the C library ends the process itself, and its exit statuses then.
@@ -79,26 +79,26 @@ class Request(NamedTuple):
 
 
 class Usual(NamedTuple):
-    """What a request does when nothing fails."""
+    """The outcome of a request when nothing fails."""
 
     answer: bytes
     status: int  # of the process
-    before: str  # the rules, as `snapshot` tells them
+    before: str  # the stored rules, as `snapshot` returns them
     after: str
 
 
 class Run(NamedTuple):
-    """What a request has done."""
+    """The outcome of a request that met a fault."""
 
     answer: bytes
     status: int
     rules: str
     reached: int  # how often the fault could have struck
-    struck: list  # the system calls that have failed, each with its first argument
+    struck: list  # the system calls that failed, each with its first argument
 
 
 def snapshot(path):
-    """What the database holds, without the random parts of GUIDs."""
+    """Returns the contents of the database without the random parts of GUIDs."""
     with opened(path) as database:
         nodes = database.execute("SELECT content, id, name, description, guid, type, active, event_id"
                                  " FROM node ORDER BY id").fetchall()
@@ -114,7 +114,7 @@ class Bench:
         self.recorder = recorder
         self.shipped, self.faulty = recorder.program, faulty_dir / recorder.program.name
         self.database = recorder.state / "rules.db"
-        self.mark = recorder.state / "fault"  # tells how often the fault could have struck
+        self.mark = recorder.state / "fault"  # the file in which the faults are counted or traced
         recorder.start_service()
         for rule in KEPT:
             recorder.run_program("POST", json.dumps(rule.document()).encode())
@@ -126,12 +126,12 @@ class Bench:
         return self.kept.execute("SELECT guid FROM node WHERE type = 0").fetchone()[0]
 
     def run(self, request, kind=SHIM_KINDS[0], number=NO_FAULT):
-        """Sends the request, and makes the rules what they were before."""
+        """Sends the request with a fault, and then restores the rules."""
         self.mark.write_bytes(bytes(8))
         (self.recorder.state / "rule.log").unlink(missing_ok=True)
         self.recorder.program = self.faulty if kind in SHIM_KINDS else self.shipped
         done = self.recorder.run_program(*request, prefix=self.prefix(kind, number))
-        driver.ask_service("GET", "/cfg/Schedule")  # answered after what it was sent before
+        driver.ask_service("GET", "/cfg/Schedule")  # the service answers this after all earlier requests
         wait_until(lambda: kind in SHIM_KINDS or self.mark.read_bytes().endswith(b" +++\n"))
         mark = self.mark.read_bytes()
         if kind in SHIM_KINDS:
@@ -145,7 +145,7 @@ class Bench:
         return Run(done.stdout, done.returncode, rules, reached, struck)
 
     def prefix(self, kind, number):
-        """The beginning of a command that then meets the fault."""
+        """Returns the beginning of a command whose process meets the fault."""
         if kind in SHIM_KINDS:
             return ["env", f"RULE_FAULT={kind}:{number}", f"RULE_FAULT_COUNT={self.mark}"]
         call, error = kind.split("=")
@@ -155,7 +155,7 @@ class Bench:
 
 
 def describe_requests(guid):
-    """The requests by name, each with what its answer has when nothing fails."""
+    """Returns the requests by name, each with a part of the answer when nothing fails."""
     add = json.dumps(RULE.document()).encode()
     return {
         "add": (Request("POST", add), b'"ret_code": 0'),
@@ -168,11 +168,12 @@ def describe_requests(guid):
 
 
 def find_faults(bench, requests):
-    """All faults: of each request, each kind and each number that is reached, once and from there on."""
+    """Yields all faults: for each request, each kind and each number that is reached, once and from then
+    on."""
     for name, kind in itertools.product(requests, KINDS):
         for number in range(1, bench.run(requests[name], kind).reached + 1):
             yield name, kind, f"{number}"
-            if not kind.endswith("=EINTR"):  # a process is not stopped without end
+            if not kind.endswith("=EINTR"):  # no process is interrupted for ever
                 yield name, kind, f"{number}+"
 
 
@@ -189,8 +190,8 @@ def judge(request, usual, fault, run):
 
 
 def rules_after(request, usual, run):
-    """The rules that agree with an answer other than the usual one, which must be one of ALLOWED, or
-    none when there are no cameras."""
+    """Returns the stored rules that agree with an unusual answer. The answer must be one of ALLOWED, or
+    empty if the cameras could not be loaded."""
     if (run.answer, run.status) == (b"", NO_CAMERAS):
         return [usual.before]
     parts = re.fullmatch(rb"Status: (400 Bad Request|401 Unauthorized)\r\n"
@@ -212,7 +213,7 @@ def rules_after(request, usual, run):
 
 
 def torture(bench, select):
-    """Prints what does not hold after a fault; returns how often."""
+    """Prints each violation with the command that repeats it; returns the number of violations."""
     requests, usual = {}, {}
     for name, (request, answered) in describe_requests(bench.first_guid()).items():
         run = bench.run(request)

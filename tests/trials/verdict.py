@@ -1,4 +1,4 @@
-"""What the long trials require of each answer and of the database."""
+"""The requirements of the long trials for each answer and for the database."""
 
 import contextlib
 import json
@@ -15,7 +15,7 @@ def require(condition, *facts):
 
 
 def read_answer(status, content_type, body):
-    """The document in an answer, which must be one well-formed one."""
+    """Returns the document in an answer, which must be well formed."""
     try:
         document = json.loads(body)
     except ValueError as failure:
@@ -29,7 +29,7 @@ def read_answer(status, content_type, body):
 
 @contextlib.contextmanager
 def opened(path):
-    """The configuration service's database, in which SQLite's own checks find nothing."""
+    """Opens the configuration service's database. SQLite's own checks must find nothing in it."""
     with contextlib.closing(sqlite3.connect(f"file:{path}?mode=ro", uri=True)) as database:
         for check, sound in ("integrity_check", [("ok",)]), ("foreign_key_check", []):
             found = database.execute(f"PRAGMA {check}").fetchall()
