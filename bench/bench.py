@@ -1,5 +1,5 @@
-"""Run by scripts/bench: measures what a request costs and, in turn, a floor for it, and prints a table of
-medians, which docs/performance.md explains. Ends with 1 when a goal is missed."""
+"""Measures what a request costs, in turn with a floor for it, and prints a table of medians, which
+docs/performance.md explains. Run by scripts/bench. Ends with 1 when a goal is missed."""
 
 import json
 import os
@@ -14,7 +14,7 @@ from driver import Recorder, ask_service
 
 BUILD = PROJECT / "build"
 LINKS = {"static": BUILD / "bench", "mixed": BUILD / "bench-mixed", "shared": BUILD / "bench-shared"}
-# On the platform that answers at once.
+# The programs on the platform that answers at once.
 PROGRAMS = {link: directory / "bin/rule_operation.cgi" for link, directory in LINKS.items()}
 HOST_PROGRAM = BUILD / "release/bin/rule_operation.cgi"
 TOOLS = LINKS["static"] / "bench"
@@ -27,7 +27,7 @@ missed = []
 
 
 def row(what, figure, floor=None, than="", at_most=None, at_least=None):
-    """Prints one figure with its unit; with a floor also their ratio, and the goal for it."""
+    """Prints one figure with its unit and, if there is a floor, their ratio and the goal for it."""
     value, unit = figure
     ratio = value / floor if floor else None
     if (at_most and ratio > at_most) or (at_least and ratio < at_least):
@@ -38,7 +38,7 @@ def row(what, figure, floor=None, than="", at_most=None, at_least=None):
 
 
 def measure(rounds, method, *contenders, **variables):
-    """Median microseconds and largest KiB of each."""
+    """Returns the median time in microseconds and the largest size in KiB of each contender."""
     body = recorder.state / "body.json"
     body.write_text(BODY)
     arguments = [TOOLS / "bench_measure", str(rounds), body]
@@ -69,8 +69,8 @@ def bare_requests():
 
 
 def list_costs(count):
-    """Microseconds and KiB of reading that many rules, for the program and for its floor. Building
-    the list is the rule library's part."""
+    """Returns the microseconds and KiB that reading `count` rules takes, for the program and for its floor,
+    without building the list, which is the rule library's part."""
     contenders = ([PROGRAMS["static"]], [TOOLS / "bench_floor", "make"],
                   [TOOLS / "bench_floor", "parse"])
     rounds = max(3, min(40, 40000 // (count + 1)))

@@ -1,5 +1,5 @@
-// The least that reading a rule list costs: floor make|parse builds a list of RULE_BENCH_RULES
-// rules, and with "parse" renders and parses it, as the program must.
+// Does the least that reading a rule list takes: floor make|parse builds a list of RULE_BENCH_RULES
+// rules and, with "parse", renders and parses it once, as the program must.
 #include <json/reader.h>
 
 #include <cstring>

@@ -1,5 +1,5 @@
-"""Counts the instructions that fixed requests take, from a process's first to its last, and compares
-them with those that instructions.json records: instructions.py --instructions | --record"""
+"""Counts all instructions of a process for each of a few fixed requests, and compares the counts with those
+in instructions.json, or records them there: instructions.py --instructions | --record"""
 import json
 import pathlib
 import re

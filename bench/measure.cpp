@@ -1,10 +1,11 @@
-// Runs programs in turn, A B A B, and prints one line for each: median wall time in microseconds,
-// and largest resident size in KiB. A child starts with this program's own size in that figure,
-// so this program is linked static.
+// Runs programs in turn, A B A B, and prints one line for each: the median wall time in
+// microseconds and the largest resident size in KiB. That size is at least this program's own, with
+// which a child starts, so this program is linked static.
 //
 //   measure ROUNDS INPUT_FILE PROGRAM [ARGUMENT...] -- PROGRAM [ARGUMENT...] ...
 //
-// Standard input of each is INPUT_FILE, its output is dropped; the environment is this program's.
+// Each program reads INPUT_FILE on standard input and has this program's environment. Its output is
+// dropped.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>

@@ -1,6 +1,6 @@
-// The least that any CGI program costs: nothing prints the rule endpoint's answer to a PUT; with
-// the argument "quiet" it does nothing, with "pauses" it makes the pauses of one request to add a
-// rule with an action.
+// Does the least that any CGI program does. Without an argument it prints the rule endpoint's
+// answer to a PUT; with "quiet" it does nothing; with "pauses" it makes the pauses of one request
+// to add a rule with an action.
 #include <sys/prctl.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// A rule list as a recorder has it, of any length.
+// Builds a rule list of any length, in the form in which a recorder returns it.
 #pragma once
 
 #include <cstdlib>

@@ -74,8 +74,8 @@ class Row(NamedTuple):
 
     name: str
     group: str
-    page: str  # the heading that says more
-    needs: tuple  # options
+    page: str  # the page and heading that say more
+    needs: tuple  # the options without which it is skipped
     seconds: int  # its time limit
     slow: bool  # takes longer than the others together
     check: Callable
@@ -89,7 +89,7 @@ ROWS = []
 
 
 def row(group, page, *needs, seconds=30, slow=False):
-    """Makes a row of a function."""
+    """Turns a function into a row."""
     def add(check):
         name = check.__name__.replace("_", "-")
         ROWS.append(Row(name, group, f"docs/{page}", needs, seconds, slow, check))
@@ -112,7 +112,7 @@ def outcome(answer):
 
 
 def printable(text):
-    """The text in one line of ASCII, and not too long a line: a recorder can send anything."""
+    """The text as one line of ASCII of limited length, because a recorder can send anything."""
     text = "".join(char if " " <= char <= "~" else ascii(char)[1:-1] for char in text)
     return text if len(text) <= 500 else text[:500] + "..."
 
@@ -126,7 +126,7 @@ def document(event, channel, **members):
 
 
 def member(value, path):
-    """The member of a document, or None: a recorder can leave out or send anything."""
+    """The member at a path, or None: a recorder can omit a member or send one of any type."""
     for key in path.split("."):
         try:
             value = value[int(key) if key.isdigit() else key]
@@ -230,13 +230,13 @@ class Recorder:
         return None
 
     def is_in_use(self, entry):
-        """Whether a rule has to do with one of the channels."""
+        """Whether a rule uses one of the channels."""
         rule = read_entry(entry).rule
         return (self.is_ours(member(entry, "GUID"))
                 or rule is not None and not {rule.channel, rule.record}.isdisjoint(self.channels))
 
     def clean(self):
-        """Deletes what a row has made. Says what remains, once."""
+        """Deletes the rules that a row has made. Records what could not be deleted."""
         if not self.channels or self.read_only:
             return
         try:
@@ -256,7 +256,7 @@ class Recorder:
             print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
-# Who may ask.
+# Credentials and origins.
 
 @row("credentials", "refusals.md#the-codes", "user")
 def no_credentials(recorder):

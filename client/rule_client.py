@@ -83,7 +83,7 @@ class Rule(NamedTuple):
         return self == (other if self.schedule else other._replace(schedule=""))
 
     def cells(self):
-        """Its texts in the order of COLUMNS."""
+        """The rule as texts, in the order of COLUMNS."""
         action = None if self.record is None else RECORDING
         return ["" if value is None else str(value) for value in (*self[:3], action, *self[3:])]
 
@@ -140,7 +140,7 @@ def quick_rules(entries):
 
 
 class _Incoming(io.RawIOBase):
-    """The bytes of an answer, which must arrive until a time."""
+    """The bytes of an answer, all of which must arrive before a given time."""
     def __init__(self, end, sock, raw):
         self._end, self._sock, self._raw, self._room = end, sock, raw, MAX_ANSWER_SIZE
 
@@ -194,7 +194,7 @@ class RuleClient:
                 connection.request(method, self._url.path + target, body,
                                    {"Connection": "close", **self._headers, **(headers or {})})
             response = connection.getresponse()
-            # In pieces, because a server can name any length.
+            # Read in pieces, because a server can announce any length.
             content = b"".join(iter(lambda: response.read(65536), b""))
             if response.length:
                 raise http.client.IncompleteRead(content, response.length)
@@ -263,7 +263,7 @@ class RuleClient:
 
 
 def _no_answer(place, failure):
-    """The failure of a connection. It is final if it is about the name, the certificate or the protocol."""
+    """The failure of a connection. A wrong name, certificate or protocol is final."""
     reason = getattr(failure, "verify_message", "") or getattr(failure, "strerror", "") or str(failure)
     result = NoAnswer(f"{place}: {reason or type(failure).__name__}")
     cut = (http.client.IncompleteRead, http.client.RemoteDisconnected, ssl.SSLEOFError)

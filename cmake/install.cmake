@@ -8,8 +8,8 @@ set(RULE_DATA_DIR "${CMAKE_INSTALL_DATADIR}/rule_operation")
 install(TARGETS rule_operation.cgi RUNTIME DESTINATION "${RULE_LIBEXEC_DIR}" COMPONENT program)
 install(DIRECTORY platform DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/rule_operation"
         COMPONENT program FILES_MATCHING PATTERN "*.h")
-# Written on installation: the host recorder's configuration with the program's path under the prefix that
-# is chosen then, and what is linked in.
+# Two files are written during installation: lighttpd's lines with the program's path under the prefix that is
+# chosen then, and the list of what is linked in.
 string(CONFIGURE [[
     set(path "@RULE_LIBEXEC_DIR@/rule_operation.cgi")
     cmake_path(ABSOLUTE_PATH path BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")

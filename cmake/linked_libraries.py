@@ -32,7 +32,7 @@ def origin(archive):
         return None
     try:
         return source_package(path)
-    except (OSError, subprocess.CalledProcessError):  # not from a Debian package
+    except (OSError, subprocess.CalledProcessError):  # the file is not from a Debian package
         return path.name, ""
 
 

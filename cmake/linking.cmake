@@ -39,7 +39,7 @@ if(RULE_LINK MATCHES "^(static)?$" AND NOT missing_archives)
     set(CMAKE_FIND_LIBRARY_SUFFIXES .a .so)
 endif()
 
-# Chooses how the program is linked, once it is known which archives are missing, those of the platform too.
+# Chooses how the program is linked, once the missing archives are known, including those of the platform.
 function(link_program program)
     set(linking "${RULE_LINK}")
     list(JOIN missing_archives ", no " missing)

@@ -1,16 +1,16 @@
-# Adds the platform, and to missing_archives what a static program lacks for it.
+# Adds the platform, and appends the archives that a static program lacks for it to missing_archives.
 add_subdirectory("${RULE_PLATFORM_DIR}" platform_library)
 if(NOT TARGET rule_platform)
     message(FATAL_ERROR "RULE_PLATFORM_DIR: ${RULE_PLATFORM_DIR} defines no library rule_platform")
 endif()
 
-# Stores in `result` what a target is linked with. The target of a pkg_check_modules is known only in its own
-# directory, but the cache has what was found for it.
+# Stores what a target is linked with in `result`. A target of pkg_check_modules is known only in its own
+# directory, but the libraries found for it are in the cache.
 function(get_libraries target result)
     if(TARGET ${target})
         get_target_property(type ${target} TYPE)
         get_target_property(libraries ${target} INTERFACE_LINK_LIBRARIES)
-        # A private library of a static one is wrapped.
+        # CMake wraps the private libraries of a static one in $<LINK_ONLY:...>.
         string(REGEX REPLACE "\\$<LINK_ONLY:([^>]*)>" "\\1" libraries "${libraries}")
         if(type STREQUAL "SHARED_LIBRARY")
             list(APPEND libraries "lib${target}.so")
@@ -27,7 +27,7 @@ function(get_libraries target result)
     set(${result} ${libraries} PARENT_SCOPE)
 endfunction()
 
-# Only where archives were searched for does a shared library show that there is none.
+# A shared library means that there is no archive only if archives were searched for.
 set(targets)
 set(seen)
 if(RULE_LINK MATCHES "^(static)?$" AND NOT missing_archives)

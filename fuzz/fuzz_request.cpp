@@ -1,4 +1,4 @@
-// Runs one request and checks what holds for every request. Each line of an input is a word of
+// Runs one request and checks what must hold for every request. Each line of an input is a word of
 // tests/requests/request_cases.txt and its value.
 #include <json-c/json_object.h>
 #include <json-c/json_tokener.h>
@@ -40,7 +40,7 @@ Json::Value read_request(const std::string& input)
         char* reply = nullptr;
         const int result = static_cast<int>(std::strtol(value.c_str(), &reply, 10));
         if (texts.count(word) != 0) {
-            request[word] = value.c_str();  // without what follows a zero byte
+            request[word] = value.c_str();  // cut at the first zero byte
         } else if (word == "body") {
             request[word] = value;
         } else if (word == "authentication") {
@@ -91,7 +91,7 @@ int check_response(const std::string& method, const std::string& response)
     return code;
 }
 
-// Checks which services were called in a request that ended with the code.
+// Checks which services a request called that was answered with `code`.
 void check_calls(const Json::Value& request, int code)
 {
     const std::set<std::string> names = {"GET", "rules", "POST", "DELETE"};
@@ -120,14 +120,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const Outcome usual = run_request(request);
     check_calls(request, check_response(request["method"].asString(), usual.response));
 
-    // Again with a failing allocation in the JSON libraries. The input's length draws it; 0: none.
+    // Runs it again with an allocation of the JSON libraries that fails. The input's length chooses
+    // which one; 0 is none.
     const auto asked = fake_platform().calls;
     request["allocation"] = Json::Int64(size) % (usual.allocations + 1);
     const std::string response = run_request(request).response;
     require(response == usual.response || response == OUT_OF_MEMORY,
             "a lack of memory is answered as such");
     auto& calls = fake_platform().calls;
-    calls.pop_back();  // releases the parameters
+    calls.pop_back();  // the last call releases the parameters
     require(calls.size() < asked.size() && std::equal(calls.begin(), calls.end(), asked.begin()),
             "a lack of memory changes nothing that is asked");
     return 0;

@@ -8,10 +8,10 @@
 namespace device
 {
 
-// The document as the list of rules contains it: {"rule": {"active": "1", ...}}. An element without
-// elements becomes its text, and of elements of the same name the first one counts. `encoded` is
-// base64. Null if it is not, or if the document is not XML, has a document type, or is nested too
-// deep.
+// Returns a document as the list of rules contains it: {"rule": {"active": "1", ...}}. An element
+// without children becomes its text; of elements with the same name the first one counts. Null if
+// `encoded` is not base64, or if the document is not XML, has a document type, or is nested too
+// deeply.
 Json::Value read_content(std::string_view encoded);
 
 }  // namespace device

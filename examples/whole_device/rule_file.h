@@ -14,13 +14,13 @@ namespace device
 
 // These throw a std::exception when the file cannot be read, locked or written, or is not JSON.
 
-// The document that the text is.
+// Parses a JSON text.
 Json::Value parse_json(const std::string& text);
 
-// The text of the list: {"ruleList": [...]}.
+// Reads the text of the list: {"ruleList": [...]}.
 std::string read_rule_list();
 
-// Lets `change` change the array of rules, and stores it. What `change` throws ends the call, and
+// Lets `change` change the array of rules, and stores it. If `change` throws, so does the call, and
 // the file stays as it is. Waits for other writers for at most `seconds`.
 void change_rules(long seconds, const std::function<void(Json::Value& rules)>& change);
 

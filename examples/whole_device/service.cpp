@@ -23,7 +23,7 @@ namespace
 // The result of a call that has not been served.
 constexpr int UNAVAILABLE = -1;
 
-// The codes of refusals.
+// The codes with which the service refuses a request.
 constexpr int BAD_REQUEST = 1;
 constexpr int GUID_IN_USE = 2;
 constexpr int NO_SUCH_RULE = -1811535318;

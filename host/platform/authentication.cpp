@@ -51,7 +51,7 @@ std::optional<Credentials> read_credentials(const char* header)
     return Credentials{text->substr(0, colon), text->substr(colon + 1)};
 }
 
-// Whether crypt(3) accepts the hash; that of a disabled account is not accepted.
+// Whether crypt(3) accepts the hash. It does not accept that of a disabled account.
 bool usable_hash(const std::string& hash)
 {
     const int result = ::crypt_checksalt(hash.c_str());

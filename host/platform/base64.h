@@ -10,7 +10,7 @@ namespace host
 
 std::string encode_base64(std::string_view bytes);
 
-// Nothing when `text` is not base64 of that form; an empty text is the empty result.
+// Decodes `text`. Nothing when it is not base64 of that form; an empty text gives an empty one.
 std::optional<std::string> decode_base64(std::string_view text);
 
 }  // namespace host

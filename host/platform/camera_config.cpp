@@ -20,8 +20,8 @@ using Channels = std::bitset<MAX_NVR_CHANNEL_NO>;
 
 constexpr std::string_view BLANKS = " \t\r";
 
-// Reads the channel at the beginning of `line`. False when there is none, or not one of the
-// recorder's; `error` then says which.
+// Reads the channel at the beginning of `line`. False when there is none, or when the recorder does
+// not have it; `error` then says which.
 bool read_channel(std::string_view line, int& channel, std::string& error)
 {
     const char* const end = line.data() + line.size();
@@ -47,7 +47,7 @@ void add_camera(st_cmsvr_conf_element& element, int channel)
 }
 
 // Adds the camera of one line, which is the channel, optionally followed by blanks and a name.
-// Blank lines and those that begin with '#' have none. False when the line is malformed or its
+// Blank lines and those that begin with '#' add none. False when the line is malformed or its
 // channel is one of `added`; `error` then says why.
 bool read_line(std::string_view line, st_cmsvr_conf_array& array, Channels& added,
                std::string& error)

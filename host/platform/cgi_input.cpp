@@ -9,7 +9,7 @@
 
 struct tagINPUT {
     std::vector<host::QueryParameter> texts;
-    std::vector<st_cgi_parameter> parameters;  // point into the texts
+    std::vector<st_cgi_parameter> parameters;  // these point into the texts
 };
 
 tagINPUT* CGI_Get_Input_URL()

@@ -8,7 +8,7 @@ void register_signal_handler()
     struct sigaction action = {};
     action.sa_handler = SIG_IGN;
     ::sigaction(SIGPIPE, &action, nullptr);
-    ::sigaction(SIGXFSZ, &action, nullptr);  // the log has reached a file size limit
+    ::sigaction(SIGXFSZ, &action, nullptr);  // raised when the log has reached a file size limit
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the signature is the header's

@@ -30,7 +30,7 @@ void release_text(json_object* /*list*/, void* text)
     std::unique_ptr<std::string>(static_cast<std::string*>(text)).reset();
 }
 
-// The list is an object that json-c prints as the service's text, which therefore is not parsed.
+// The list is a json-c object that prints as the service's text, so the text is never parsed.
 int make_rule_list(json_object** out)
 {
     constexpr long TIMEOUT_SECONDS = 15;

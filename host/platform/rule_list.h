@@ -1,4 +1,4 @@
-// Where the host's configuration service has the rule list ready.
+// The path under which the host's configuration service returns the rule list.
 #pragma once
 
 namespace host

@@ -98,7 +98,7 @@ void append_message(std::string& line, std::string_view message)
     }
 }
 
-// The message on a line, without what is beyond the limit.
+// The message on a line, cut at the limit.
 std::string compose_line(const char* format, va_list arguments)
 {
     std::string message(MAX_MESSAGE_LENGTH, '\0');

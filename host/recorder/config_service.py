@@ -17,8 +17,8 @@ from rule_nodes import Code, Refusal, read_multicall
 ADDRESS = "127.0.0.1"
 PORT = 10141
 
-# The operations are carried out by one thread, so that none sees what another one has not finished. A
-# reply is kept in memory until the client has taken it, and keeps no other client waiting.
+# One thread carries out all operations, so that none sees another one's unfinished changes. A reply stays in
+# memory until its client has read it, and keeps no other client waiting.
 SETTINGS = {
     "host": ADDRESS,
     "port": PORT,
@@ -42,7 +42,7 @@ def error(code, text):
 
 
 def as_rule_node(node):
-    """The node in the form in which a multicall gives it."""
+    """Returns the node in the form of a multicall's ruleNode."""
     members = {"name": node.name, "isGroup": False, "description": node.description,
                "GUID": node.guid, "type": node.type, "active": bool(node.active),
                "content": node.content}
@@ -80,7 +80,7 @@ def is_from_program(request):
 
 
 def respond(database, request):
-    """The status, the further headers and the text of the reply."""
+    """Returns the status, the additional headers and the text of the reply."""
     operations = OPERATIONS.get(request["PATH_INFO"])
     if not is_from_program(request):
         return "403 Forbidden", [], error(Code.BAD_HTTP_REQUEST, "not a request of a program here")
@@ -117,7 +117,7 @@ def main():
     parser.add_argument("--database", required=True, metavar="FILE")
     file = parser.parse_args().database
     os.umask(0o077)
-    logging.getLogger("waitress").setLevel(logging.ERROR)  # a client may wait, and leave
+    logging.getLogger("waitress").setLevel(logging.ERROR)  # it warns of clients that wait or leave
     try:
         database = RuleDatabase(file)
     except (sqlite3.Error, OSError, ValueError, Refusal) as failure:

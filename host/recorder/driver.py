@@ -30,8 +30,8 @@ class Recorder:
     runs on this machine, and every process that is started ends with it at the latest."""
 
     def __init__(self, bin_dir, state=None, port=None):
-        """With the programs of `bin_dir`, its files in the directory `state`, or in one that is
-        deleted at the end, and its web server on `port`, or on any free one."""
+        """The recorder uses the programs of `bin_dir`. Its files are in the directory `state`, or in one that
+        is deleted at the end, and its web server is on `port`, or on any free one."""
         self.program = pathlib.Path(bin_dir).resolve() / "rule_operation.cgi"
         self.state = pathlib.Path(state).absolute() if state else None
         self.port = port
@@ -72,9 +72,9 @@ class Recorder:
                        "the configuration service does not start:", log, start)
 
     def start_web_server(self, program, prefix=()):
-        """Starts a web server for the CGI program, whose file must be called rule_operation.cgi, or else
-        it is not run. `prefix` is the beginning of the command that starts the web server. Returns
-        the process and the program's URL once a client can connect."""
+        """Starts a web server for the CGI program, whose file must be called rule_operation.cgi. `prefix` is
+        the beginning of the command that starts the web server. Returns the process and the program's URL
+        once a client can connect."""
         port = free_port(self.port)
         environment = {"PATH": os.environ["PATH"] + ":/usr/sbin", "RULE_WEB_PORT": str(port),
                        "RULE_RECORDER_DIR": self.state, "RULE_PROGRAM": program}
@@ -88,9 +88,9 @@ class Recorder:
         return web, f"http://127.0.0.1:{port}/rule"
 
     def start_process(self, *command, **options):
-        """Starts a process that ends with the recorder, and with this process when it is killed. If
-        this process is killed before the new one has asked for a signal of that, it has got another
-        parent when it looks."""
+        """Starts a process that ends with the recorder, and also when this process is killed. The new process
+        asks for a signal at the death of its parent, and then checks that the parent is still this process,
+        which may have been killed before."""
         waits_for_parent = ["setpriv", "--pdeathsig", "TERM",
                             "sh", "-c", 'test "$PPID" = "$0" && exec "$@"', str(os.getpid())]
         process = subprocess.Popen([*waits_for_parent, *command], stdin=subprocess.DEVNULL,
@@ -144,7 +144,7 @@ class Recorder:
 
 
 def run_command(main, *arguments):
-    """Runs a command's `main`, which signals end in an orderly way too."""
+    """Runs a command's `main` and cleans up when it ends, even by a signal."""
     end_on_signals(1)
     try:
         main(*arguments)
@@ -153,7 +153,7 @@ def run_command(main, *arguments):
 
 
 def without_random_parts(text):
-    """What can be compared of a text: no random parts of derived GUIDs, no line feeds at the end."""
+    """Returns the text without the random parts of GUIDs and without line feeds at the end."""
     return re.sub(r"(1{10}|2{10}|3{10})[0-9A-F]{18}", r"\1...", text).rstrip("\n")
 
 
@@ -202,7 +202,7 @@ def stop(process):
 
 
 def free_port(wanted):
-    """The port `wanted` of 127.0.0.1, or any when it is None; nothing listens on it."""
+    """Returns the port `wanted` of 127.0.0.1, or any if it is None. Nothing listens on the port."""
     with socket.socket() as probe:
         probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         try:

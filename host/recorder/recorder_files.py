@@ -15,11 +15,11 @@ import tempfile
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 LOCK = "/tmp/rule-recorder.lock"
 SCRATCH_PREFIX = "rule-recorder-state."
-SCRATCH_MARK = "scratch"  # the file in such a directory that says its name
+SCRATCH_MARK = "scratch"  # the file in such a directory that contains its name
 USER = "admin"
-MAX_PASSWORD_LENGTH = 511  # bytes, that of crypt(3)
+MAX_PASSWORD_LENGTH = 511  # bytes; crypt(3) accepts no more
 MAX_LOG_SIZE = 8 * 1024 * 1024
-# What the recorder opens in its directory.
+# The files that the recorder opens in its directory.
 FILES = ("password", "users", "cameras.txt", "rules.db", "rules.db-wal", "rules.db-shm", "rule.log",
          "config_service.log", "web_server.log", "rule_errors.log")
 
@@ -31,7 +31,7 @@ class RecorderError(Exception):
 def lock_machine():
     """Waits until no other recorder runs on this machine, and keeps others waiting until the
     descriptor that it returns is closed."""
-    # For reading only and without O_CREAT where it exists, because it may be another user's.
+    # An existing file may be another user's, so it is opened for reading only and without O_CREAT.
     flags = os.O_RDONLY | os.O_NONBLOCK | os.O_NOFOLLOW
     try:
         try:
@@ -89,8 +89,7 @@ def prepare(state):
 
 
 def make_private_directory(path):
-    """Creates the directory if it is missing. Others must be able neither to change its contents nor to
-    put another one in its place."""
+    """Creates the directory if it is missing. Refuses one that other users can change, rename or replace."""
     for part in (path, *path.parents):
         if part.is_symlink() and part.lstat().st_uid not in (0, os.geteuid()):
             raise RecorderError(f"{part} is a symbolic link of another user")

@@ -23,7 +23,7 @@ SCHEMA = """
         ('_ALL_DAY_', '5C4ED01E000000000000000000000001'),
         ('Working hours', '5C4ED01E000000000000000000000002'),
         ('Night', '5C4ED01E000000000000000000000003')"""
-# What the rule list shows of a node, as JSON; that of a rule includes its profiles.
+# The column holds a node as the rule list shows it, in JSON; that of a rule includes its profiles.
 ADDED_IN_2 = "ALTER TABLE node ADD COLUMN entry TEXT NOT NULL DEFAULT ''"
 
 COLUMNS = "name, description, guid, type, active, content, event_id"
@@ -36,8 +36,8 @@ class RuleDatabase:
     write can still leave the whole change."""
 
     def __init__(self, file):
-        """Opens the file, sets up a new one with a few schedules, and converts one of 1.0.0, of which a
-        copy is kept beside it. Raises ValueError for a database of another kind."""
+        """Opens the file. Sets up a new one with a few schedules; converts one of 1.0.0 and keeps a copy of
+        it beside it. Raises ValueError for a database of another kind."""
         self.connection = sqlite3.connect(file, timeout=2, isolation_level=None,
                                           check_same_thread=False)
         version = self._value("PRAGMA user_version")
@@ -69,14 +69,14 @@ class RuleDatabase:
             self._run(f"PRAGMA user_version = {VERSION}")
 
     def _make_durable(self):
-        """What was found in the log of a crashed service may not have been synchronised by it."""
+        """Moves the log into the database: what a crashed service left there may not be on the disk."""
         is_busy, *_ = self._run("PRAGMA wal_checkpoint(TRUNCATE)").fetchone()
         if is_busy:
             raise ValueError("another process uses the database")
 
     def is_stuck(self, error):
-        """Whether no transaction can succeed after this error: one could not be undone, or a lock could
-        not be released."""
+        """Whether no transaction can succeed after this error, because one could not be undone or a lock
+        could not be released."""
         return (self.connection.in_transaction or
                 getattr(error, "sqlite_errorcode", None) == sqlite3.SQLITE_PROTOCOL)
 
@@ -114,7 +114,7 @@ class RuleDatabase:
             self._run("INSERT OR IGNORE INTO rule_profile VALUES (?, ?)", added.lastrowid, profile)
 
     def _profiles(self, content):
-        """The type, the identity and the entry of each profile that a rule names."""
+        """Returns the type, the row ID and the entry of each profile that a rule names."""
         profiles = []
         for kind, guid in content.profiles:
             found = self._run("SELECT id, entry FROM node WHERE guid = ? AND type = ?",

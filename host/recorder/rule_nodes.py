@@ -1,5 +1,4 @@
-"""The objects that the configuration service stores: reads those of a multicall and checks each as a
-whole."""
+"""Reads the objects of a multicall, which the configuration service stores, and checks each as a whole."""
 
 import binascii
 import contextlib
@@ -67,7 +66,7 @@ class Content(NamedTuple):
 
 @contextlib.contextmanager
 def within_call(position):
-    """Adds to a refusal the position of the call that it is for, counted from 0."""
+    """Adds the position of the call, counted from 0, to the text of a refusal."""
     try:
         yield
     except Refusal as refusal:
@@ -90,7 +89,7 @@ def read_multicall(body):
 
 def read_json(body):
     try:
-        # Bytes that are not UTF-8 are refused where they matter, as a part of a text.
+        # Bytes that are not UTF-8 are refused later, if they are part of a text that is stored.
         return json.loads(body.decode(errors="surrogateescape"))
     except (ValueError, RecursionError) as error:
         raise Refusal(Code.BAD_DOCUMENT, f"the body is not a JSON document: {error}") from error
@@ -175,12 +174,12 @@ def read_xml(content):
         raise Refusal(Code.BAD_CALL, "content is not base64") from error
     try:
         return ElementTree.XML(document, ElementTree.XMLParser(target=Builder()))
-    except (ElementTree.ParseError, LookupError, ValueError) as error:  # the latter: its encoding
+    except (ElementTree.ParseError, LookupError, ValueError) as error:  # the last two for its encoding
         raise Refusal(Code.BAD_CALL, f"content cannot be read as XML: {error}") from error
 
 
 def to_json(element, levels=MAX_LEVELS):
-    """The text of an element, or an object of its children; of those of one name the first counts."""
+    """Returns the text of an element, or a dict of its children. Of children of one name the first counts."""
     if levels == 0:
         raise Refusal(Code.BAD_CALL, "content cannot be read as XML: nested too deeply")
     members = {}
@@ -190,7 +189,7 @@ def to_json(element, levels=MAX_LEVELS):
 
 
 def read_references(members):
-    """The profiles and the schedule that a rule names."""
+    """Returns the profiles and the schedule that a rule names."""
     events = read_list(members, "EventProfileNum", "EventProfiles", "evtpf")
     actions = read_list(members, "ActionProfileNum", "ActionProfiles", "actpf", is_needed=False)
     schedule = members.get("TimeProfile", "")
@@ -203,7 +202,7 @@ def read_references(members):
 
 
 def read_list(members, count, container, prefix, is_needed=True):
-    """The texts of the elements in `container`, whose number `count` says."""
+    """Returns the texts of the elements in `container`. The element `count` must contain their number."""
     elements = members.get(container) or {}
     if not isinstance(elements, dict) or members.get(count, "0") != str(len(elements)):
         raise Refusal(Code.BAD_CALL, f"content: <{count}> does not agree with <{container}>")

@@ -3,7 +3,7 @@
 # shellcheck shell=bash
 
 project_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-# shellcheck disable=SC2034  # used by those that source this
+# shellcheck disable=SC2034  # used by the scripts that source this file
 python=$project_dir/scripts/lib/python
 export LC_ALL=C.UTF-8
 
@@ -38,7 +38,8 @@ build() {
     popd >/dev/null || return
 }
 
-# Says again what slows the program of build/PRESET down, if anything: repeat_linking PRESET
+# repeat_linking PRESET: repeats what the build said about a missing archive, without which the program of
+# build/PRESET is slower.
 repeat_linking() {
     grep 'there is no' "$project_dir/build/$1/linking.txt" || true
 }
