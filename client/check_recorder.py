@@ -39,7 +39,7 @@ ATTEMPTS = 50
 ROUNDS = 200
 INTERRUPTIONS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 
-# What `outcome` shows of the answers.
+# Answers as `outcome` shows them.
 NULL = "200 null"
 ADDED = '200 { "ret_code": 0, "ret_mesg": "Add Rule successful" }'
 DELETED = '200 { "ret_code": 0, "ret_mesg": "Delete Rule successful" }'
@@ -533,9 +533,9 @@ def name_in_utf8(recorder):
 # Many rules.
 
 def clash_bound(rules):
-    """The number of clashes that a recorder exceeds in one of a million runs when it creates so
+    """The number of clashes that a sound recorder exceeds only once in a million runs when it creates so
     many rules of different events on one channel."""
-    chances = [1.0] + 1000 * [0.0]  # of so many clashes
+    chances = [1.0] + 1000 * [0.0]  # by the number of clashes
     for existing in range(rules):
         success = (1 - existing / 100) ** 2
         before = 0.0
@@ -597,7 +597,7 @@ def ask_service(recorder, method, path, body=None):
 
 
 def multicall(recorder, event_guid, rule_guid):
-    """Sends a multicall like one of the endpoint's. Returns the reply's code."""
+    """Sends a multicall like those of the endpoint. Returns the code of the reply."""
     channel = recorder.options.channel
     source, schedule = recorder.learned
     event = (f"<event_profile><EventID>{EVENT}</EventID><SourceNum>1</SourceNum>"
@@ -625,7 +625,7 @@ def delete_in_service(recorder, guid):
 
 
 def new_guid(recorder, kind):
-    """A GUID that the endpoint does not make, because its random part is in use by no clock."""
+    """A GUID with a random part that the endpoint does not use: that of an object takes one of 100 values."""
     return f"{10 * str(kind)}{os.urandom(9).hex().upper()}{recorder.options.channel:04X}"
 
 
