@@ -308,7 +308,7 @@ def make_rule(event, channel, alarm="", action="", record="", name="", schedule=
 def csv_line(texts):
     line = io.StringIO()
     csv.writer(line).writerow(texts)
-    return line.getvalue()[:-2]  # without CR and LF, because of which it quotes both
+    return line.getvalue()[:-2]  # without the line end; as it is CR and LF, both are quoted in a cell
 
 
 def write_lines(path, rules):

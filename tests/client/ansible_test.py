@@ -76,7 +76,7 @@ def module(recorder, tmp_path, monkeypatch, capsys):
     """Returns a function that runs the module in this process and returns its result."""
     monkeypatch.setitem(sys.modules, "ansible.module_utils.rule_client", rule_client)
     monkeypatch.setenv("XDG_STATE_HOME", str(tmp_path))
-    # Later versions of Ansible ask for the form of the arguments, too.
+    # Later versions of Ansible also need to know in which form they get the arguments.
     monkeypatch.setattr(ansible.module_utils.basic, "_ANSIBLE_PROFILE", "legacy", raising=False)
     main = runpy.run_path(str(MODULE))["main"]
 

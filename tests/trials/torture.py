@@ -46,7 +46,7 @@ class Allowed(NamedTuple):
     methods: str
     codes: tuple
     text: str
-    only_without_input: bool = False  # when reading the request is what has failed
+    only_without_input: bool = False  # only when reading the request has failed
     may_have_changed: bool = False  # whether the rules may be those after the request
 
 
