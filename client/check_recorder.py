@@ -25,7 +25,10 @@ import urllib.parse
 import xml.etree.ElementTree as xml
 from typing import Callable, NamedTuple
 
-from rule_client import NoAnswer, Refused, Rule, RuleClient, find_login, read_entry
+try:
+    from rule_client import NoAnswer, Refused, Rule, RuleClient, find_login, read_entry
+except ModuleNotFoundError:
+    sys.exit("check_recorder: rule_client.py must be in the same directory")
 
 ADD = "?func=addRule"
 EVENT = 0x20010000
@@ -283,7 +286,7 @@ def other_origin(recorder):
 
 # Methods.
 
-@row("methods", "api.md#requests")
+@row("methods", "web-servers.md#who-checks-the-credentials")
 def put(recorder):
     """PUT with valid credentials is answered with null."""
     expect(outcome(recorder.ask("PUT")), NULL)

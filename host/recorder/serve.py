@@ -2,6 +2,7 @@
 
 import argparse
 import os
+import shlex
 import sys
 
 from driver import (BUILT_PROGRAMS, PROJECT, Recorder, RecorderError, end_on_signals, last_lines,
@@ -54,7 +55,7 @@ def main():
     with Recorder(BUILT_PROGRAMS, arguments.state, arguments.port) as recorder:
         recorder.start()
         end_on_signals(0)
-        print(ADVICE.format(**vars(recorder)))
+        print(ADVICE.format(**{**vars(recorder), "password": shlex.quote(recorder.password)}))
         if (PROJECT / "build/reference/index.html").exists():
             page = recorder.url.removesuffix("rule") + "reference/"
             print(f"The API reference, with requests to try: {page}")

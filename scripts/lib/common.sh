@@ -47,6 +47,6 @@ repeat_linking() {
 # Creates a scratch directory, sets scratch to it, and removes it when this shell ends, even by a signal.
 make_scratch() {
     scratch=$(mktemp -d -t rule-endpoint.XXXXXX)
-    trap 'rm -rf "$scratch"' EXIT
+    trap 'rm -rf --one-file-system "$scratch"' EXIT
     trap 'exit 1' HUP INT TERM
 }

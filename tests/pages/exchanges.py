@@ -102,6 +102,9 @@ def check_document():
     in_table = set(re.findall(r"0x[0-9A-F]{8} = (\d+)", PAGE))
     yield from (f"only in one of docs/openapi.yaml and docs/api.md: event {event}"
                 for event in events ^ in_table)
+    source = (PROJECT / "rule_operation/documents/event_profile.cpp").read_text()
+    yield from (f"not in docs/api.md: event {event}"
+                for event in re.findall(r"\b0x[0-9A-F]{8}\b", source) if f"{event} = " not in PAGE)
 
 
 def check_version():

@@ -18,6 +18,7 @@ def test_directory_around_it(tmp_path, owner, mode, is_safe):
     """A recorder's directory is refused if other users can rename it."""
     around, link = tmp_path / "around", tmp_path / "link"
     (around / "state").mkdir(parents=True)
+    (around / "state").chmod(0o700)
     link.symlink_to(around / "state")
     around.chmod(mode)
     if os.geteuid() == 0:

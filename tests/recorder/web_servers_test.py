@@ -122,7 +122,7 @@ def start_web_server(name, trusting, program, recorder):
     (state / "configuration").write_text(own(configuration))
     for command in commands:
         recorder.start_process(
-            *(OTHER_USER if os.geteuid() == 0 else []), *own(command).split(),
+            *(OTHER_USER if os.geteuid() == 0 and name != "lighttpd" else []), *own(command).split(),
             env={"RULE_RECORDER_DIR": recorder.state if program == recorder.program else state,
                  "PATH": os.environ["PATH"] + ":/usr/sbin"})
     # nginx listens whether or not fcgiwrap does.
