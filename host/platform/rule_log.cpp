@@ -45,14 +45,14 @@ bool ends_within_line(int descriptor)
 
 std::string line_start()
 {
-    const int64_t now = current_time_stamp();
-    const time_t seconds = now / 1000000;
+    const int64_t microseconds = current_time_stamp();
+    const time_t seconds = microseconds / 1000000;
     std::tm utc{};
     ::gmtime_r(&seconds, &utc);
     char text[96];
     const size_t end = std::strftime(text, sizeof text, "%FT%T", &utc);
     (void)std::snprintf(text + end, sizeof text - end, ".%06dZ [%d] ",
-                        static_cast<int>(now % 1000000), static_cast<int>(::getpid()));
+                        static_cast<int>(microseconds % 1000000), static_cast<int>(::getpid()));
     return text;
 }
 
