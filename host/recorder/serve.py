@@ -3,9 +3,8 @@
 import argparse
 import os
 import shlex
-import sys
 
-from driver import (BUILT_PROGRAMS, PROJECT, Recorder, RecorderError, end_on_signals, last_lines,
+from driver import (BUILT_PROGRAMS, Recorder, RecorderError, end_on_signals, last_lines,
                     run_command)
 
 ADVICE = """\
@@ -56,12 +55,8 @@ def main():
         recorder.start()
         end_on_signals(0)
         print(ADVICE.format(**{**vars(recorder), "password": shlex.quote(recorder.password)}))
-        if (PROJECT / "build/reference/index.html").exists():
-            page = recorder.url.removesuffix("rule") + "reference/"
-            print(f"The API reference, with requests to try: {page}")
-        else:
-            print("The API reference is not built yet: run scripts/lib/build-reference")
-        sys.stdout.flush()
+        page = recorder.url.removesuffix("rule") + "reference/"
+        print(f"The API reference, once scripts/lib/build-reference has built it: {page}", flush=True)
         wait_for_the_end_of(recorder)
 
 

@@ -238,8 +238,9 @@ def test_what_prevents_a_start(service, tmp_path):
             (tmp_path, f"{tmp_path}: unable to open database file"),
             (tmp_path / "new.db", "port 10141 of 127.0.0.1: Address already in use")):
         done = subprocess.run([*SERVICE_COMMAND, "--database", file], timeout=60, text=True,
-                              stderr=subprocess.PIPE)
+                              stderr=subprocess.PIPE, umask=0)
         assert (done.returncode, done.stderr) == (1, f"config_service: {reason}\n")
+    assert stat.S_IMODE((tmp_path / "new.db").stat().st_mode) == 0o600
 
 
 def test_other_interfaces_are_not_served(service):
