@@ -9,7 +9,7 @@ import pytest
 
 import recorder_files
 from driver import PROJECT, wait_until
-from recorder_files import RecorderError, lock_machine, make_scratch_directory, prepare, write_file
+from recorder_files import RecorderError, lock_machine, make_scratch_directory, prepare
 
 
 @pytest.mark.parametrize("owner, mode, is_safe", [
@@ -78,14 +78,6 @@ def test_what_is_there_is_kept(tmp_path):
     assert (tmp_path / "rule.log.1").stat().st_size == 8 * 2**20 + 1 and not log.exists()
     assert (tmp_path / "users").read_text().startswith("admin:$5$rounds=1000$")
     assert os.readlink(tmp_path / "www/reference") == str(PROJECT / "build/reference")
-
-
-def test_written_file_survives_a_power_failure(tmp_path, monkeypatch):
-    synced = []
-    monkeypatch.setattr(os, "fsync", lambda file: synced.append(
-        (os.readlink(f"/proc/self/fd/{file}"), {path.name: path.read_text() for path in tmp_path.iterdir()})))
-    write_file(tmp_path / "a", "text")
-    assert synced == [(f"{tmp_path}/a.new", {"a.new": "text"}), (str(tmp_path), {"a": "text"})]
 
 
 def test_only_own_scratch_directories_are_removed(tmp_path, monkeypatch):
