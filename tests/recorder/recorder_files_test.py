@@ -25,7 +25,7 @@ def test_directory_around_it(tmp_path, owner, mode, is_safe):
         os.chown(around, owner, -1)
     elif owner:
         pytest.skip("only root can give a directory away")
-    for path in around / "state", link:
+    for path in around / "new", link:
         if is_safe:
             assert prepare(path)
         else:
